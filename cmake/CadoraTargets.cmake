@@ -1,0 +1,30 @@
+# Settings that every target of the project shares.
+find_program(CCACHE ccache)
+if(CCACHE)
+  set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE}")
+endif()
+
+add_library(cadora_settings INTERFACE)
+target_compile_options(cadora_settings INTERFACE
+  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Werror)
+target_include_directories(cadora_settings INTERFACE "${CMAKE_SOURCE_DIR}/src")
+
+if(CADORA_SANITIZE)
+  add_compile_options(-fsanitize=${CADORA_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=${CADORA_SANITIZE})
+endif()
+
+# cadora_add_tests(NAME source... LIBRARIES library...): one doctest program, each of whose cases is a
+# ctest test of its own. Under a sanitizer the whole program is one test: starting it is what costs.
+function(cadora_add_tests name)
+  cmake_parse_arguments(ARG "" "" "LIBRARIES;LABELS" ${ARGN})
+  add_executable(${name} ${ARG_UNPARSED_ARGUMENTS})
+  target_link_libraries(${name} PRIVATE cadora_settings cadora_test_main ${ARG_LIBRARIES})
+  target_include_directories(${name} PRIVATE "${CMAKE_SOURCE_DIR}/tests")
+  if(CADORA_SANITIZE)
+    add_test(NAME ${name} COMMAND ${name} --order-by=rand)
+    set_tests_properties(${name} PROPERTIES TIMEOUT 300)
+  else()
+    doctest_discover_tests(${name} TEST_PREFIX "${name}: " PROPERTIES TIMEOUT 120)
+  endif()
+endfunction()

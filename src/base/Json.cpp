@@ -1,0 +1,102 @@
+#include "base/Json.h"
+
+#include <cmath>
+#include <limits>
+
+namespace cadora::json {
+
+namespace {
+
+[[noreturn]] void wrongType(const std::string& path, const char* expected, const Value& value) {
+    throw DecodingError("“" + path + "” must be " + expected + ", not " + value.type_name());
+}
+
+} // namespace
+
+Value parse(std::string_view bytes) {
+    try {
+        return Value::parse(bytes.begin(), bytes.end());
+    } catch (const nlohmann::json::exception& e) {
+        // The library's message quotes the input, which may hold what must not be logged.
+        if (const auto* syntax = dynamic_cast<const nlohmann::json::parse_error*>(&e)) {
+            throw DecodingError("it is not valid JSON (at byte " + std::to_string(syntax->byte) + ")");
+        }
+        throw DecodingError("a number in it is out of range");
+    }
+}
+
+std::string write(const Value& value) {
+    try {
+        return value.dump();
+    } catch (const nlohmann::json::exception&) {
+        throw EncodingError("a text in it is not UTF-8");
+    }
+}
+
+Value number(double value) {
+    if (!std::isfinite(value)) {
+        throw EncodingError("a number in it is not finite");
+    }
+    constexpr double exactIntegers = 9007199254740992.0; // 2^53
+    const bool integral = std::trunc(value) == value && std::abs(value) <= exactIntegers;
+    if (integral && !(value == 0 && std::signbit(value))) {
+        return static_cast<std::int64_t>(value);
+    }
+    return value;
+}
+
+void decode(const Value& value, const std::string& path, std::string& out) {
+    if (!value.is_string()) {
+        wrongType(path, "a string", value);
+    }
+    out = value.get_ref<const std::string&>();
+}
+
+void decode(const Value& value, const std::string& path, bool& out) {
+    if (!value.is_boolean()) {
+        wrongType(path, "a boolean", value);
+    }
+    out = value.get<bool>();
+}
+
+void decode(const Value& value, const std::string& path, std::int64_t& out) {
+    if (value.is_number_unsigned()) {
+        const auto wide = value.get<std::uint64_t>();
+        if (wide > static_cast<std::uint64_t>(std::numeric_limits<std::int64_t>::max())) {
+            throw DecodingError("“" + path + "” does not fit into 64 bits");
+        }
+        out = static_cast<std::int64_t>(wide);
+    } else if (value.is_number_integer()) {
+        out = value.get<std::int64_t>();
+    } else if (value.is_number_float()) {
+        const auto real = value.get<double>();
+        constexpr double limit = 9223372036854775808.0; // 2^63
+        if (std::trunc(real) != real || real < -limit || real >= limit) {
+            throw DecodingError("“" + path + "” is not an integer");
+        }
+        out = static_cast<std::int64_t>(real);
+    } else {
+        wrongType(path, "an integer", value);
+    }
+}
+
+void decode(const Value& value, const std::string& path, double& out) {
+    if (!value.is_number()) {
+        wrongType(path, "a number", value);
+    }
+    out = value.get<double>();
+}
+
+void requireObject(const Value& value, const std::string& path) {
+    if (!value.is_object()) {
+        wrongType(path, "an object", value);
+    }
+}
+
+void requireArray(const Value& value, const std::string& path) {
+    if (!value.is_array()) {
+        wrongType(path, "an array", value);
+    }
+}
+
+} // namespace cadora::json
