@@ -58,16 +58,14 @@ void decode(const Value& value, const std::string& path, double& out);
 void requireObject(const Value& value, const std::string& path);
 void requireArray(const Value& value, const std::string& path);
 
-template <class T>
-void decode(const Value& value, const std::string& path, std::vector<T>& out) {
+template <class T> void decode(const Value& value, const std::string& path, std::vector<T>& out) {
     requireArray(value, path);
     for (const Value& element : value) {
         decode(element, path + "[" + std::to_string(out.size()) + "]", out.emplace_back());
     }
 }
 
-template <class T>
-void decode(const Value& value, const std::string& path, std::map<std::string, T>& out) {
+template <class T> void decode(const Value& value, const std::string& path, std::map<std::string, T>& out) {
     requireObject(value, path);
     for (const auto& [key, element] : value.items()) {
         decode(element, path + "." + key, out[key]);
@@ -75,8 +73,7 @@ void decode(const Value& value, const std::string& path, std::map<std::string, T
 }
 
 // A key that must be there with a value of its type; null counts as missing.
-template <class T>
-T required(const Value& object, const std::string& key) {
+template <class T> T required(const Value& object, const std::string& key) {
     const auto found = object.find(key);
     if (found == object.end()) {
         throw DecodingError("“" + key + "” is missing");
@@ -87,8 +84,7 @@ T required(const Value& object, const std::string& key) {
 }
 
 // A key that may be missing or null; anything else must have its type.
-template <class T>
-std::optional<T> optional(const Value& object, const std::string& key) {
+template <class T> std::optional<T> optional(const Value& object, const std::string& key) {
     const auto found = object.find(key);
     if (found == object.end() || found->is_null()) {
         return std::nullopt;

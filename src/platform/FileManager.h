@@ -1,0 +1,44 @@
+#pragma once
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace cadora {
+
+// The file system. Every failure is thrown as PlatformError, whose text names the file and the reason; after
+// a failure, what was there before is still there. Any thread.
+class FileManager {
+public:
+    virtual ~FileManager() = default;
+
+    // The user's folder for applications' own data, absolute; absent if the system knows none.
+    virtual std::optional<std::filesystem::path> applicationSupportDirectory() = 0;
+
+    virtual bool fileExists(const std::filesystem::path& path) = 0;
+
+    // With the directories above it. One that exists already is no failure. When it returns, the new
+    // directories survive a loss of power.
+    virtual void createDirectory(const std::filesystem::path& path) = 0;
+
+    // The names in a directory, hidden ones included, in the file system's own order.
+    virtual std::vector<std::filesystem::path> contentsOfDirectory(const std::filesystem::path& path) = 0;
+
+    // Copies a file, or a folder with all that is in it; a symbolic link given as `from` is followed. Fails
+    // when `to` exists, and for anything that is neither a file nor a folder. When it returns, the copy is
+    // complete and survives a loss of power; a copy that fails leaves nothing at `to`.
+    virtual void copyItem(const std::filesystem::path& from, const std::filesystem::path& to) = 0;
+
+    // Deletes a file, or a folder with everything in it; links are removed, never followed.
+    virtual void removeItem(const std::filesystem::path& path) = 0;
+
+    virtual std::string contents(const std::filesystem::path& path) = 0;
+
+    // Replaces the file in one step: at any instant, and after a loss of power, it is the old one or the new
+    // one whole.
+    virtual void writeAtomically(const std::filesystem::path& path, std::string_view bytes) = 0;
+};
+
+} // namespace cadora

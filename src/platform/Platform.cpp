@@ -1,0 +1,22 @@
+#include "platform/Platform.h"
+
+#include <cstdlib>
+
+namespace cadora {
+
+namespace {
+const Platform* installed = nullptr;
+}
+
+void Platform::install(const Platform* platform) {
+    installed = platform;
+}
+
+const Platform& Platform::current() {
+    if (installed == nullptr) {
+        std::abort();
+    }
+    return *installed;
+}
+
+} // namespace cadora
