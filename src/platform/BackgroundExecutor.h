@@ -27,12 +27,14 @@ auto runInBackground(MainActor& actor, BackgroundExecutor& executor, Function fu
     return OperationAwaiter<T>(actor,
                                [&actor, &executor, function](Completion<T> completion) -> CancelAction {
                                    executor.run([&actor, function, completion] {
-                                       auto result = std::make_shared<Result<T>>();
-                                       try {
-                                           *result = function();
-                                       } catch (...) {
-                                           *result = std::current_exception();
-                                       }
+                                       const auto outcome = [&function]() -> Result<T> {
+                                           try {
+                                               return function();
+                                           } catch (...) {
+                                               return std::current_exception();
+                                           }
+                                       };
+                                       auto result = std::make_shared<Result<T>>(outcome());
                                        actor.post([result, completion] { completion(std::move(*result)); });
                                    });
                                    return nullptr;

@@ -1,0 +1,89 @@
+#include "api/R2Uploader.h"
+
+#include "api/UploadError.h"
+#include "base/ASCII.h"
+#include "platform/Platform.h"
+
+#include <exception>
+
+namespace cadora {
+
+namespace {
+
+constexpr int lastAttempt = 2;
+constexpr std::int64_t notHTTP = -1;
+
+std::string contentType(const std::string& fileKey) {
+    if (fileKey == "audio") {
+        return "audio/mp4";
+    }
+    if (fileKey == "waveform" || fileKey == "waveform_smooth") {
+        return "image/webp";
+    }
+    return "image/jpeg";
+}
+
+// The length and the host are the session's own business, whatever was signed.
+bool isSetBySession(const std::string& header) {
+    const std::string name = lowercased(header);
+    return name == "host" || name == "content-length";
+}
+
+URLRequest putRequest(const URL& url, const std::string& fileKey, const PresignResponse& presign) {
+    URLRequest request{url};
+    request.httpMethod = "PUT";
+    request.timeoutInterval = std::chrono::seconds(60);
+    request.headers.setValue(contentType(fileKey), "Content-Type");
+    if (!presign.headers || !presign.headers->contains(fileKey)) {
+        return request;
+    }
+    for (const auto& [name, values] : presign.headers->at(fileKey)) {
+        if (!isSetBySession(name) && !values.empty()) {
+            request.headers.setValue(values.front(), name);
+        }
+    }
+    return request;
+}
+
+bool isRetryable(std::int64_t status) {
+    return status == 408 || status == 429 || (status >= 500 && status <= 599);
+}
+
+} // namespace
+
+Task<void> R2Uploader::put(std::string fileKey, std::filesystem::path fileURL, PresignResponse presign) {
+    const Platform& platform = Platform::current();
+    const auto entry = presign.urls.find(fileKey);
+    const auto url = entry == presign.urls.end() ? std::nullopt : URL::parse(entry->second);
+    if (!url) {
+        throw UploadError::missingURL(fileKey);
+    }
+    for (int attempt = 0;; ++attempt) {
+        const URLRequest request = putRequest(*url, fileKey, presign);
+        try {
+            const URLSession::Answer answer = co_await OperationAwaiter<URLSession::Answer>(
+                platform.mainActor, [&](Completion<URLSession::Answer> completion) {
+                    return platform.urlSession.upload(request, fileURL, std::move(completion));
+                });
+            const std::int64_t status = answer.response.statusCode.value_or(notHTTP);
+            if (status >= 200 && status <= 299) {
+                co_return;
+            }
+            if (attempt == lastAttempt || !isRetryable(status)) {
+                throw UploadError::http(status);
+            }
+        } catch (const UploadError&) {
+            throw;
+        } catch (...) {
+            if (attempt == lastAttempt) {
+                throw;
+            }
+        }
+        co_await OperationAwaiter<std::monostate>(
+            platform.mainActor, [&](Completion<std::monostate> completion) {
+                return platform.clock.sleep(std::chrono::seconds(2 << attempt), std::move(completion));
+            });
+    }
+}
+
+} // namespace cadora

@@ -1,0 +1,52 @@
+#pragma once
+
+#include "base/SerialQueue.h"
+#include "outbox/OutboxItem.h"
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace cadora {
+
+// The persistent outbox: an index file that lists the items, and one folder per item with the copy of the
+// sent file and, later, its transcoded audio. Nothing of the pipeline survives a restart but what is here.
+//
+// Reads and writes of the index never overlap, but upsert() and remove() are a read and a write with a gap
+// between: safe because all callers are on the main thread. Staging copies the file on the calling thread.
+class OutboxStore {
+public:
+    // The one store of the process, made on first use.
+    static OutboxStore& shared();
+
+    // Makes the outbox directory if need be. A system that knows no place for applications' data ends the
+    // program; a directory that can't be made reads as an empty outbox.
+    OutboxStore();
+
+    const std::filesystem::path& root() const { return root_; }
+
+    // All items in the order of the index; none when the index is missing or can't be read.
+    std::vector<OutboxItem> load();
+
+    // Replaces the item of the same shortID in its place, or appends. A write that fails is dropped.
+    void upsert(const OutboxItem& item);
+
+    // Drops the item from the index and deletes its folder with everything in it.
+    void remove(const std::string& shortID);
+
+    // Copies the sent file into a folder of its own and records a new item in state `staged`. Throws the
+    // file system's error when the file can't be copied: nothing is recorded then, and an empty folder stays.
+    OutboxItem stage(const std::filesystem::path& sourceURL, const std::string& visibility);
+
+    // Where the copy of the sent file is; absent when it or its folder is gone.
+    std::optional<std::filesystem::path> sourceURL(const OutboxItem& item);
+
+private:
+    void save(const std::vector<OutboxItem>& items);
+
+    SerialQueue lock_{"com.norvelant.cadora.mac.outbox"};
+    std::filesystem::path root_;
+};
+
+} // namespace cadora

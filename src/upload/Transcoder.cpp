@@ -1,0 +1,60 @@
+#include "upload/Transcoder.h"
+
+#include "platform/Platform.h"
+#include "upload/TranscodeError.h"
+
+#include <cmath>
+
+namespace cadora {
+
+namespace {
+
+constexpr const char* presetAppleM4A = "AVAssetExportPresetAppleM4A";
+constexpr const char* fileTypeAppleM4A = "AVFileTypeAppleM4A";
+
+// Throws unless the session has completed.
+void checkOutcome(const AssetExportSession& session) {
+    switch (const int status = session.status()) {
+    case AssetExportSession::completed:
+        return;
+    case AssetExportSession::failed:
+    case AssetExportSession::cancelled: {
+        const auto error = session.error();
+        throw TranscodeError::exportFailed(error ? std::optional(error->message()) : std::nullopt);
+    }
+    default:
+        throw TranscodeError::exportFailed("unexpected status " + std::to_string(status));
+    }
+}
+
+} // namespace
+
+Task<double> Transcoder::toM4A(std::filesystem::path source, std::filesystem::path output) {
+    const Platform& platform = Platform::current();
+    const double seconds =
+        co_await OperationAwaiter<double>(platform.mainActor, [&](Completion<double> completion) {
+            return platform.mediaFramework.loadDuration(source, std::move(completion));
+        });
+    if (!std::isfinite(seconds) || seconds <= 0) {
+        throw TranscodeError::noDuration();
+    }
+    const auto session = platform.mediaFramework.makeExportSession(source, presetAppleM4A);
+    if (!session) {
+        throw TranscodeError::cannotCreateExport();
+    }
+    if (platform.fileManager.fileExists(output)) {
+        platform.fileManager.removeItem(output);
+    }
+    session->setOutputURL(output);
+    session->setOutputFileType(fileTypeAppleM4A);
+    co_await OperationAwaiter<std::monostate>(
+        platform.mainActor, [&](Completion<std::monostate> completion) -> CancelAction {
+            session->exportAsynchronously(
+                [completion = std::move(completion)] { completion(std::monostate{}); });
+            return [&session] { session->cancelExport(); };
+        });
+    checkOutcome(*session);
+    co_return seconds;
+}
+
+} // namespace cadora
