@@ -1,0 +1,100 @@
+#include "hosts/linux/export/SourceLength.h"
+
+#include "hosts/linux/export/AudioSource.h"
+#include "hosts/linux/export/ExportError.h"
+
+extern "C" {
+#include <libavutil/avstring.h>
+#include <libavutil/intreadwrite.h>
+}
+
+#include <algorithm>
+#include <optional>
+
+namespace cadora {
+
+namespace {
+
+std::int64_t toSamples(const AVStream& stream, std::int64_t time) {
+    return av_rescale_q(time, stream.time_base, AVRational{1, stream.codecpar->sample_rate});
+}
+
+bool isRawSamples(const AVStream& stream) {
+    const int bits = av_get_bits_per_sample(stream.codecpar->codec_id);
+    return bits >= 8 && stream.time_base.num == 1 && stream.time_base.den == stream.codecpar->sample_rate;
+}
+
+// Containers whose packets carry exact durations. Others keep rounded times.
+bool hasExactPackets(const AudioSource& source) {
+    return av_match_name(source.formatName(), "wav,w64,aiff,mp3,aac,caf,au,flac,ogg") != 0 ||
+           av_match_name("mov", source.formatName()) != 0;
+}
+
+// A header's claim holds if the file's last sample is where it says.
+std::optional<std::int64_t> claimedSamples(int descriptor) {
+    AudioSource source(descriptor);
+    const AVStream& stream = source.stream();
+    if (!isRawSamples(stream) || stream.duration <= 0) {
+        return std::nullopt;
+    }
+    const std::int64_t second = stream.codecpar->sample_rate;
+    if (!source.seek(std::max<std::int64_t>(0, stream.duration - second))) {
+        return std::nullopt;
+    }
+    std::int64_t end = 0;
+    while (const AVPacket* packet = source.nextPacket()) {
+        if (packet->pts == AV_NOPTS_VALUE) {
+            return std::nullopt;
+        }
+        end = packet->pts + packet->duration;
+    }
+    return end == stream.duration ? std::optional(end) : std::nullopt;
+}
+
+std::optional<std::int64_t> scannedSamples(AudioSource& source) {
+    const AVStream& stream = source.stream();
+    std::int64_t time = 0;
+    std::int64_t skipped = 0;
+    while (const AVPacket* packet = source.nextPacket()) {
+        if ((packet->flags & AV_PKT_FLAG_DISCARD) != 0) {
+            continue;
+        }
+        if (packet->duration <= 0) {
+            return std::nullopt;
+        }
+        time += packet->duration;
+        size_t size = 0;
+        const std::uint8_t* skip = av_packet_get_side_data(packet, AV_PKT_DATA_SKIP_SAMPLES, &size);
+        if (skip != nullptr && size >= 10) {
+            skipped += static_cast<std::int64_t>(AV_RL32(skip)) + AV_RL32(skip + 4);
+        }
+    }
+    return std::max<std::int64_t>(0, toSamples(stream, time) - skipped);
+}
+
+SourceLength decodedLength(int descriptor) {
+    AudioSource source(descriptor);
+    SourceLength length{0, std::max(1, source.stream().codecpar->sample_rate)};
+    while (const AVFrame* frame = source.nextFrame()) {
+        length.rate = frame->sample_rate;
+        length.samples += frame->nb_samples;
+    }
+    return length;
+}
+
+} // namespace
+
+SourceLength measureSource(int descriptor) {
+    AudioSource source(descriptor);
+    const int rate = source.stream().codecpar->sample_rate;
+    if (rate <= 0 || !hasExactPackets(source)) {
+        return decodedLength(descriptor);
+    }
+    std::optional<std::int64_t> samples = claimedSamples(descriptor);
+    if (!samples) {
+        samples = scannedSamples(source);
+    }
+    return samples ? SourceLength{*samples, rate} : decodedLength(descriptor);
+}
+
+} // namespace cadora
