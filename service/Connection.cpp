@@ -1,0 +1,287 @@
+#include "service/Connection.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <utility>
+
+#include <arpa/inet.h>
+#include <netinet/in.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+namespace cadora::service {
+
+namespace {
+
+constexpr std::size_t aheadSize = 64UL * 1024;
+constexpr std::size_t flushThreshold = 256UL * 1024;
+
+void address(const sockaddr_in& from, std::string& ip, int& port) {
+    std::array<char, INET_ADDRSTRLEN> text{};
+    inet_ntop(AF_INET, &from.sin_addr, text.data(), text.size());
+    ip = text.data();
+    port = ntohs(from.sin_port);
+}
+
+} // namespace
+
+Connection::Connection(int socket, SSL_CTX* tls, Stalls& stalls)
+    : socket_(socket), stalls_(stalls), ahead_(aheadSize) {
+    if (tls != nullptr) {
+        ssl_.reset(SSL_new(tls));
+    }
+}
+
+Connection::~Connection() = default;
+
+Connection::Handshake Connection::accept() {
+    if (!ssl_) {
+        return Handshake::done;
+    }
+    SSL_set_fd(ssl_.get(), socket_);
+    usable_ = SSL_accept(ssl_.get()) == 1;
+    return usable_ ? Handshake::done : Handshake::failed;
+}
+
+Connection::Next Connection::awaitRequest(std::chrono::milliseconds limit) {
+    if (!usable_) {
+        return Next::nothing;
+    }
+    if (aheadBegin_ < aheadEnd_ || (ssl_ && SSL_has_pending(ssl_.get()) == 1)) {
+        return Next::request;
+    }
+    pollfd watched{socket_, POLLIN, 0};
+    return ::poll(&watched, 1, static_cast<int>(limit.count())) > 0 ? Next::request : Next::nothing;
+}
+
+void Connection::begin(std::uint64_t bodyLength, Expectation expectation) {
+    fault_ = {};
+    bodyLength_ = bodyLength;
+    bodyReceived_ = 0;
+    expectation_ = expectation;
+    gathered_.clear();
+    sent_ = 0;
+    headLength_.reset();
+}
+
+void Connection::setFault(const Fault& fault) {
+    fault_ = fault;
+    if (fault_.requestCut && fault_.requestCut->bytes == 0) {
+        const CutPoint cut = *fault_.requestCut;
+        fault_.requestCut.reset();
+        interrupt(cut.interruption);
+    }
+}
+
+ssize_t Connection::receive(std::span<char> space) {
+    if (!usable_) {
+        return -1;
+    }
+    ssize_t count = 0;
+    if (ssl_) {
+        count = SSL_read(ssl_.get(), space.data(),
+                         static_cast<int>(std::min<std::size_t>(space.size(), INT_MAX)));
+    } else {
+        do {
+            count = ::recv(socket_, space.data(), space.size(), 0);
+        } while (count < 0 && errno == EINTR);
+    }
+    if (count <= 0) {
+        usable_ = usable_ && count == 0;
+    }
+    return count;
+}
+
+ssize_t Connection::read(char* pointer, size_t size) {
+    if (aheadBegin_ == aheadEnd_) {
+        const ssize_t count = receive(ahead_);
+        if (count <= 0) {
+            return count;
+        }
+        aheadBegin_ = 0;
+        aheadEnd_ = static_cast<std::size_t>(count);
+    }
+    const std::size_t count = std::min(size, aheadEnd_ - aheadBegin_);
+    std::memcpy(pointer, ahead_.data() + aheadBegin_, count);
+    aheadBegin_ += count;
+    return static_cast<ssize_t>(count);
+}
+
+std::size_t Connection::readBody(std::span<char> space) {
+    if (expectation_ == Expectation::continueFirst) {
+        expectation_ = Expectation::none;
+        // A peer that sends without waiting needs no telling.
+        if (aheadBegin_ == aheadEnd_ && !sendAll("HTTP/1.1 100 Continue\r\n\r\n")) {
+            return 0;
+        }
+    }
+    std::size_t filled = 0;
+    while (usable_ && filled < space.size() && bodyReceived_ < bodyLength_) {
+        std::uint64_t wanted = std::min<std::uint64_t>(space.size() - filled, bodyLength_ - bodyReceived_);
+        if (fault_.requestCut) {
+            wanted = std::min(wanted, fault_.requestCut->bytes - bodyReceived_);
+        }
+        const std::span<char> rest = space.subspan(filled, static_cast<std::size_t>(wanted));
+        const ssize_t count = aheadBegin_ < aheadEnd_ ? read(rest.data(), rest.size()) : receive(rest);
+        if (count <= 0) {
+            break;
+        }
+        filled += static_cast<std::size_t>(count);
+        bodyReceived_ += static_cast<std::uint64_t>(count);
+        if (fault_.requestCut && bodyReceived_ == fault_.requestCut->bytes) {
+            const CutPoint cut = *fault_.requestCut;
+            fault_.requestCut.reset();
+            interrupt(cut.interruption);
+        }
+    }
+    return filled;
+}
+
+BodyEnd Connection::bodyEnd() const {
+    return bodyReceived_ == bodyLength_ ? BodyEnd::complete : BodyEnd::broken;
+}
+
+BodyEnd Connection::readBody(std::string& body, std::size_t limit) {
+    if (bodyLength_ > limit) {
+        return BodyEnd::tooLong;
+    }
+    body.resize(static_cast<std::size_t>(bodyLength_));
+    body.resize(readBody(std::span<char>(body)));
+    return bodyEnd();
+}
+
+void Connection::discardBody() {
+    std::vector<char> space(aheadSize);
+    while (readBody(std::span<char>(space)) > 0) {
+    }
+}
+
+ssize_t Connection::write(const char* pointer, size_t size) {
+    if (!usable_ || answersEnded_) {
+        return -1;
+    }
+    gathered_.append(pointer, size);
+    if (gathered_.size() >= flushThreshold && !flush()) {
+        return -1;
+    }
+    return static_cast<ssize_t>(size);
+}
+
+bool Connection::flush() {
+    const std::string bytes = std::exchange(gathered_, {});
+    if (!headLength_) {
+        // The head is far shorter than what is gathered before the first flush.
+        const std::size_t end = bytes.find("\r\n\r\n");
+        headLength_ = end == std::string::npos ? bytes.size() : end + 4;
+    }
+    return usable_ && (bytes.empty() || sendFaultily(bytes)) && usable_;
+}
+
+bool Connection::sendFaultily(std::string_view bytes) {
+    if (!fault_.answerCut) {
+        sent_ += bytes.size();
+        return sendAll(bytes);
+    }
+    const CutPoint cut = *fault_.answerCut;
+    const std::uint64_t point =
+        cut.bytes + (fault_.answerCountedFrom == CountedFrom::body ? headLength_.value_or(0) : 0);
+    const auto before = static_cast<std::size_t>(std::min<std::uint64_t>(bytes.size(), point - sent_));
+    sent_ += before;
+    if (!sendAll(bytes.substr(0, before))) {
+        return false;
+    }
+    if (sent_ < point) {
+        return true;
+    }
+    fault_.answerCut.reset();
+    interrupt(cut.interruption);
+    return usable_ && sendFaultily(bytes.substr(before));
+}
+
+bool Connection::sendAll(std::string_view bytes) {
+    while (usable_ && !bytes.empty()) {
+        ssize_t count = 0;
+        if (ssl_) {
+            count = SSL_write(ssl_.get(), bytes.data(),
+                              static_cast<int>(std::min<std::size_t>(bytes.size(), INT_MAX)));
+        } else {
+            count = ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+            if (count < 0 && errno == EINTR) {
+                continue;
+            }
+        }
+        if (count <= 0) {
+            usable_ = false;
+            return false;
+        }
+        bytes.remove_prefix(static_cast<std::size_t>(count));
+    }
+    return usable_;
+}
+
+void Connection::interrupt(Interruption interruption) {
+    if (interruption == Interruption::stall &&
+        stalls_.wait(socket_, fault_.stallLimit) == WaitEnd::released) {
+        return;
+    }
+    drop(interruption);
+}
+
+void Connection::drop(Interruption interruption) {
+    gathered_.clear();
+    usable_ = false;
+    resetOnClose_ = interruption == Interruption::reset;
+}
+
+void Connection::close() {
+    if (resetOnClose_) {
+        const linger atOnce{1, 0};
+        ::setsockopt(socket_, SOL_SOCKET, SO_LINGER, &atOnce, sizeof atOnce);
+        return;
+    }
+    if (!usable_) {
+        return;
+    }
+    // Closing with unread bytes makes the system reset the connection, and the peer may then lose an
+    // answer that it has not read yet.
+    constexpr std::chrono::seconds patience(2);
+    constexpr std::size_t mostForgotten = 64UL * 1024 * 1024;
+    if (ssl_) {
+        SSL_shutdown(ssl_.get());
+    }
+    ::shutdown(socket_, SHUT_WR);
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    std::size_t forgotten = 0;
+    while (forgotten < mostForgotten) {
+        const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(
+            deadline - std::chrono::steady_clock::now());
+        pollfd watched{socket_, POLLIN, 0};
+        if (left.count() <= 0 || ::poll(&watched, 1, static_cast<int>(left.count())) <= 0) {
+            return;
+        }
+        const ssize_t count = ::recv(socket_, ahead_.data(), ahead_.size(), 0);
+        if (count <= 0) {
+            return;
+        }
+        forgotten += static_cast<std::size_t>(count);
+    }
+}
+
+void Connection::get_remote_ip_and_port(std::string& ip, int& port) const {
+    sockaddr_in from{};
+    socklen_t length = sizeof from;
+    ::getpeername(socket_, reinterpret_cast<sockaddr*>(&from), &length);
+    address(from, ip, port);
+}
+
+void Connection::get_local_ip_and_port(std::string& ip, int& port) const {
+    sockaddr_in from{};
+    socklen_t length = sizeof from;
+    ::getsockname(socket_, reinterpret_cast<sockaddr*>(&from), &length);
+    address(from, ip, port);
+}
+
+} // namespace cadora::service

@@ -1,0 +1,108 @@
+#pragma once
+
+#include "service/FaultScript.h"
+#include "service/Stalls.h"
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include <httplib.h>
+#include <openssl/ssl.h>
+
+namespace cadora::service {
+
+/// How a request's body arrived.
+enum class BodyEnd { complete, tooLong, broken };
+
+/// One accepted connection, plain or TLS, beneath the library's parser. It reads ahead for the head and
+/// in large pieces for the body, gathers an answer until flush(), and is where faults cut a transfer: only
+/// here do all bytes pass. Used by the one thread that serves the connection.
+class Connection final : public httplib::Stream {
+public:
+    /// Does not take the socket over. `tls` is null for plain HTTP.
+    Connection(int socket, SSL_CTX* tls, Stalls& stalls);
+    Connection(const Connection&) = delete;
+    Connection& operator=(const Connection&) = delete;
+    ~Connection() override;
+
+    enum class Handshake { done, failed };
+    Handshake accept();
+
+    enum class Next { request, nothing };
+    /// Waits for the first byte of a request.
+    Next awaitRequest(std::chrono::milliseconds limit);
+
+    /// Starts a request whose body has `bodyLength` bytes. The peer is told to send it on the first read
+    /// if it asked to be told.
+    enum class Expectation { none, continueFirst };
+    void begin(std::uint64_t bodyLength, Expectation expectation);
+    void setFault(const Fault& fault);
+
+    /// Reads up to `space.size()` bytes of the body, fewer only at its end. Gives 0 at the end and when
+    /// the transfer broke; bodyEnd() tells which.
+    std::size_t readBody(std::span<char> space);
+    BodyEnd bodyEnd() const;
+    /// The whole body, unless it is longer than `limit` bytes: then nothing of it is read.
+    BodyEnd readBody(std::string& body, std::size_t limit);
+    /// Reads the rest of the body and forgets it.
+    void discardBody();
+    std::uint64_t bodyReceived() const { return bodyReceived_; }
+
+    /// Sends what was gathered. False when the connection can't be used any more.
+    bool flush();
+    /// Sends nothing more, and nothing of what was gathered.
+    void drop(Interruption interruption);
+    bool usable() const { return usable_; }
+    /// Ignores what is written from now on; the connection then ends as close() does it.
+    void endAnswers() { answersEnded_ = true; }
+
+    /// Ends the connection so that an answer just sent still arrives, although not all was read that the
+    /// peer sends.
+    void close();
+
+    bool is_readable() const override { return usable_; }
+    bool is_writable() const override { return usable_; }
+    ssize_t read(char* pointer, size_t size) override;
+    ssize_t write(const char* pointer, size_t size) override;
+    void get_remote_ip_and_port(std::string& ip, int& port) const override;
+    void get_local_ip_and_port(std::string& ip, int& port) const override;
+    socket_t socket() const override { return socket_; }
+
+private:
+    ssize_t receive(std::span<char> space);
+    bool sendAll(std::string_view bytes);
+    bool sendFaultily(std::string_view bytes);
+    void interrupt(Interruption interruption);
+
+    struct SslDeleter {
+        void operator()(SSL* ssl) const { SSL_free(ssl); }
+    };
+
+    int socket_;
+    std::unique_ptr<SSL, SslDeleter> ssl_;
+    Stalls& stalls_;
+    bool usable_ = true;
+    bool resetOnClose_ = false;
+    bool answersEnded_ = false;
+
+    std::vector<char> ahead_;
+    std::size_t aheadBegin_ = 0;
+    std::size_t aheadEnd_ = 0;
+
+    Fault fault_;
+    std::uint64_t bodyLength_ = 0;
+    std::uint64_t bodyReceived_ = 0;
+    Expectation expectation_ = Expectation::none;
+
+    std::string gathered_;
+    std::uint64_t sent_ = 0;
+    std::optional<std::uint64_t> headLength_;
+};
+
+} // namespace cadora::service

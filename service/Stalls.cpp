@@ -1,0 +1,53 @@
+#include "service/Stalls.h"
+
+#include <algorithm>
+
+#include <poll.h>
+
+namespace cadora::service {
+
+namespace {
+
+bool peerHasClosed(int socket) {
+    pollfd watched{socket, POLLRDHUP, 0};
+    return ::poll(&watched, 1, 0) > 0;
+}
+
+} // namespace
+
+WaitEnd Stalls::wait(int socket, std::chrono::milliseconds limit) {
+    constexpr std::chrono::milliseconds betweenLooksAtThePeer(20);
+    const auto deadline = std::chrono::steady_clock::now() + limit;
+    std::unique_lock lock(mutex_);
+    const std::uint64_t before = releases_;
+    for (;;) {
+        if (stopping_) {
+            return WaitEnd::stopping;
+        }
+        if (releases_ != before) {
+            return WaitEnd::released;
+        }
+        const auto now = std::chrono::steady_clock::now();
+        if (now >= deadline) {
+            return WaitEnd::limitReached;
+        }
+        if (peerHasClosed(socket)) {
+            return WaitEnd::peerGone;
+        }
+        changed_.wait_until(lock, std::min(deadline, now + betweenLooksAtThePeer));
+    }
+}
+
+void Stalls::release() {
+    const std::lock_guard lock(mutex_);
+    ++releases_;
+    changed_.notify_all();
+}
+
+void Stalls::stop() {
+    const std::lock_guard lock(mutex_);
+    stopping_ = true;
+    changed_.notify_all();
+}
+
+} // namespace cadora::service
