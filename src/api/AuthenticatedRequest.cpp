@@ -19,16 +19,17 @@ void AuthenticatedRequest::applyHeaders(URLRequest& to) {
 Task<URLSession::Answer> AuthenticatedRequest::send(URLRequest request) {
     const Platform& platform = Platform::current();
     // The keychain may take its time to answer, so it is asked off the main thread.
-    const URLRequest signedRequest =
-        co_await runInBackground(platform.mainActor, platform.background, [request = std::move(request)] {
-            URLRequest copy = request;
-            applyHeaders(copy);
-            return copy;
+    auto signing = runInBackground(platform.mainActor, platform.background, [request] {
+        URLRequest copy = request;
+        applyHeaders(copy);
+        return copy;
+    });
+    request = co_await signing;
+    OperationAwaiter<URLSession::Answer> sending(
+        platform.mainActor, [&](Completion<URLSession::Answer> completion) {
+            return platform.urlSession.data(request, std::move(completion));
         });
-    URLSession::Answer answer = co_await OperationAwaiter<URLSession::Answer>(
-        platform.mainActor, [&platform, &signedRequest](Completion<URLSession::Answer> completion) {
-            return platform.urlSession.data(signedRequest, std::move(completion));
-        });
+    URLSession::Answer answer = co_await sending;
     if (!answer.response.statusCode) {
         throw AuthError::badResponse();
     }

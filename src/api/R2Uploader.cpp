@@ -60,11 +60,12 @@ Task<void> R2Uploader::put(std::string fileKey, std::filesystem::path fileURL, P
     }
     for (int attempt = 0;; ++attempt) {
         const URLRequest request = putRequest(*url, fileKey, presign);
+        OperationAwaiter<URLSession::Answer> sending(
+            platform.mainActor, [&](Completion<URLSession::Answer> completion) {
+                return platform.urlSession.upload(request, fileURL, std::move(completion));
+            });
         try {
-            const URLSession::Answer answer = co_await OperationAwaiter<URLSession::Answer>(
-                platform.mainActor, [&](Completion<URLSession::Answer> completion) {
-                    return platform.urlSession.upload(request, fileURL, std::move(completion));
-                });
+            const URLSession::Answer answer = co_await sending;
             const std::int64_t status = answer.response.statusCode.value_or(notHTTP);
             if (status >= 200 && status <= 299) {
                 co_return;
@@ -79,10 +80,10 @@ Task<void> R2Uploader::put(std::string fileKey, std::filesystem::path fileURL, P
                 throw;
             }
         }
-        co_await OperationAwaiter<std::monostate>(
-            platform.mainActor, [&](Completion<std::monostate> completion) {
-                return platform.clock.sleep(std::chrono::seconds(2 << attempt), std::move(completion));
-            });
+        OperationAwaiter<std::monostate> wait(platform.mainActor, [&](Completion<std::monostate> completion) {
+            return platform.clock.sleep(std::chrono::seconds(2 << attempt), std::move(completion));
+        });
+        co_await wait;
     }
 }
 

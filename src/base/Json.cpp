@@ -7,6 +7,9 @@ namespace cadora::json {
 
 namespace {
 
+// Up to here, 2^53, every integer is a real number of its own.
+constexpr double largestExactInteger = 9007199254740992.0;
+
 [[noreturn]] void wrongType(const std::string& path, const char* expected, const Value& value) {
     throw DecodingError("“" + path + "” must be " + expected + ", not " + value.type_name());
 }
@@ -37,8 +40,7 @@ Value number(double value) {
     if (!std::isfinite(value)) {
         throw EncodingError("a number in it is not finite");
     }
-    constexpr double exactIntegers = 9007199254740992.0; // 2^53
-    const bool integral = std::trunc(value) == value && std::abs(value) <= exactIntegers;
+    const bool integral = std::trunc(value) == value && std::abs(value) <= largestExactInteger;
     if (integral && !(value == 0 && std::signbit(value))) {
         return static_cast<std::int64_t>(value);
     }
@@ -70,8 +72,7 @@ void decode(const Value& value, const std::string& path, std::int64_t& out) {
         out = value.get<std::int64_t>();
     } else if (value.is_number_float()) {
         const auto real = value.get<double>();
-        constexpr double limit = 9223372036854775808.0; // 2^63
-        if (std::trunc(real) != real || real < -limit || real >= limit) {
+        if (std::trunc(real) != real || std::abs(real) > largestExactInteger) {
             throw DecodingError("“" + path + "” is not an integer");
         }
         out = static_cast<std::int64_t>(real);

@@ -31,10 +31,10 @@ void checkOutcome(const AssetExportSession& session) {
 
 Task<double> Transcoder::toM4A(std::filesystem::path source, std::filesystem::path output) {
     const Platform& platform = Platform::current();
-    const double seconds =
-        co_await OperationAwaiter<double>(platform.mainActor, [&](Completion<double> completion) {
-            return platform.mediaFramework.loadDuration(source, std::move(completion));
-        });
+    OperationAwaiter<double> loading(platform.mainActor, [&](Completion<double> completion) {
+        return platform.mediaFramework.loadDuration(source, std::move(completion));
+    });
+    const double seconds = co_await loading;
     if (!std::isfinite(seconds) || seconds <= 0) {
         throw TranscodeError::noDuration();
     }
@@ -47,12 +47,13 @@ Task<double> Transcoder::toM4A(std::filesystem::path source, std::filesystem::pa
     }
     session->setOutputURL(output);
     session->setOutputFileType(fileTypeAppleM4A);
-    co_await OperationAwaiter<std::monostate>(
+    OperationAwaiter<std::monostate> exporting(
         platform.mainActor, [&](Completion<std::monostate> completion) -> CancelAction {
             session->exportAsynchronously(
                 [completion = std::move(completion)] { completion(std::monostate{}); });
             return [&session] { session->cancelExport(); };
         });
+    co_await exporting;
     checkOutcome(*session);
     co_return seconds;
 }

@@ -110,13 +110,14 @@ Task<void> UploadQueue::process(OutboxItem& item) {
 // Building the request and judging the answer work on values alone, and are done off the main thread.
 Task<void> UploadQueue::sync(const OutboxItem& item) {
     const Platform& platform = Platform::current();
-    URLRequest request = co_await runInBackground(platform.mainActor, platform.background,
-                                                  [item] { return syncRequest(item); });
-    URLSession::Answer answer = co_await AuthenticatedRequest::send(std::move(request));
-    co_await runInBackground(platform.mainActor, platform.background, [answer = std::move(answer)] {
+    auto building =
+        runInBackground(platform.mainActor, platform.background, [item] { return syncRequest(item); });
+    URLSession::Answer answer = co_await AuthenticatedRequest::send(co_await building);
+    auto checking = runInBackground(platform.mainActor, platform.background, [answer = std::move(answer)] {
         checkSyncAnswer(answer);
         return std::monostate{};
     });
+    co_await checking;
 }
 
 void UploadQueue::recordFailure(OutboxItem& item, const std::exception_ptr& error) {

@@ -1,0 +1,73 @@
+#include "api/PresignClient.h"
+
+#include "api/AuthError.h"
+#include "base/Deployment.h"
+#include "base/Json.h"
+#include "fakes/Awaiting.h"
+#include "fakes/TestPlatform.h"
+
+#include <doctest/doctest.h>
+
+using namespace cadora;
+using test::await;
+using test::TestPlatform;
+
+namespace {
+
+constexpr const char* path = "/api/posts/presign";
+
+test::Outcome<PresignResponse> presign(TestPlatform& platform) {
+    const std::vector<std::string> files{"audio"};
+    return await(platform.mainActor, PresignClient::presign("k3x9q0ab", files));
+}
+
+} // namespace
+
+TEST_CASE("the presign call is a POST of JSON below the API's origin, with the credentials") {
+    TestPlatform platform;
+    platform.keychain.store("cadoraToken", "t");
+    platform.urlSession.answer(path, 200, R"({"urls":{"audio":"https://s/1"}})");
+    const auto outcome = presign(platform);
+    REQUIRE(outcome.value);
+    CHECK(outcome.value->urls.at("audio") == "https://s/1");
+    CHECK_FALSE(outcome.value->headers);
+    CHECK_FALSE(outcome.value->expires_in);
+    REQUIRE(platform.urlSession.sent.size() == 1);
+    const URLRequest& request = platform.urlSession.sent[0].request;
+    CHECK(request.url.text() == deployment::apiOrigin() + "/api/posts/presign");
+    CHECK(request.httpMethod == "POST");
+    CHECK(request.timeoutInterval == std::chrono::seconds(60));
+    CHECK(request.headers.value("Content-Type") == "application/json");
+    CHECK(request.headers.value("Accept") == "application/json");
+    CHECK(request.headers.value("Authorization") == "Bearer t");
+    CHECK(request.httpBody == R"({"uuid":"k3x9q0ab","files":["audio"]})");
+}
+
+TEST_CASE("a 200 without urls fails as what it is: no such record") {
+    TestPlatform platform;
+    platform.urlSession.answer(path, 200, "{}");
+    CHECK(presign(platform).as<json::DecodingError>());
+}
+
+TEST_CASE("any status but 200 fails with it, however good the body, and is not tried again") {
+    for (const int status : {201, 204, 302, 403, 500}) {
+        TestPlatform platform;
+        platform.urlSession.answer(path, status, R"({"urls":{"audio":"https://s/1"}})");
+        CHECK(presign(platform).as<AuthError>() == AuthError::http(status));
+        CHECK(platform.urlSession.sent.size() == 1);
+    }
+}
+
+TEST_CASE("a presign call answered 401 asks for a sign-in") {
+    TestPlatform platform;
+    platform.urlSession.answer(path, 401);
+    CHECK(presign(platform).as<AuthError>() == AuthError::refreshRequiresUI());
+}
+
+TEST_CASE("a presign call whose job can't be written as JSON sends nothing") {
+    TestPlatform platform;
+    const std::vector<std::string> files{"\xFF"};
+    const auto outcome = await(platform.mainActor, PresignClient::presign("u", files));
+    CHECK(outcome.as<json::EncodingError>());
+    CHECK(platform.urlSession.sent.empty());
+}

@@ -1,0 +1,84 @@
+#pragma once
+
+#include "platform/Application.h"
+#include "platform/RandomSource.h"
+#include "platform/SystemLog.h"
+#include "platform/UserNotificationCenter.h"
+
+#include <deque>
+#include <string>
+#include <utility>
+#include <vector>
+
+// Fakes that do no more than remember what they were asked.
+namespace cadora::test {
+
+class RecordingSystemLog : public SystemLog {
+public:
+    std::vector<std::string> lines;
+    void log(const std::string& line) override { lines.push_back(line); }
+};
+
+class RecordingNotificationCenter : public UserNotificationCenter {
+public:
+    std::vector<unsigned> authorizations;
+    std::vector<UserNotificationRequest> requests;
+
+    void requestAuthorization(unsigned options) override { authorizations.push_back(options); }
+    void add(UserNotificationRequest request) override { requests.push_back(std::move(request)); }
+
+    // Title and body in one, for comparing.
+    std::vector<std::string> texts() const {
+        std::vector<std::string> texts;
+        for (const auto& request : requests) {
+            texts.push_back(request.title + " | " + request.body);
+        }
+        return texts;
+    }
+};
+
+class RecordingApplication : public Application {
+public:
+    ServicesProvider* provider = nullptr;
+    std::vector<std::string> calls;
+
+    void setServicesProvider(ServicesProvider& servicesProvider) override {
+        provider = &servicesProvider;
+        calls.emplace_back("setServicesProvider");
+    }
+    void updateDynamicServices() override { calls.emplace_back("updateDynamicServices"); }
+};
+
+class FakePasteboard : public Pasteboard {
+public:
+    explicit FakePasteboard(std::vector<URL> urls) : urls_(std::move(urls)) {}
+    std::vector<URL> readURLs() const override { return urls_; }
+
+private:
+    std::vector<URL> urls_;
+};
+
+// A reproducible sequence (splitmix64); values put into `next` first come out first.
+class SequenceRandomSource : public RandomSource {
+public:
+    std::deque<std::uint64_t> scripted;
+    int draws = 0;
+
+    std::uint64_t next() override {
+        ++draws;
+        if (!scripted.empty()) {
+            const std::uint64_t value = scripted.front();
+            scripted.pop_front();
+            return value;
+        }
+        std::uint64_t z = state_ += 0x9E3779B97F4A7C15U;
+        z = (z ^ (z >> 30U)) * 0xBF58476D1CE4E5B9U;
+        z = (z ^ (z >> 27U)) * 0x94D049BB133111EBU;
+        return z ^ (z >> 31U);
+    }
+
+private:
+    std::uint64_t state_ = 1;
+};
+
+} // namespace cadora::test
