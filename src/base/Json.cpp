@@ -41,7 +41,8 @@ Value number(double value) {
         throw EncodingError("a number in it is not finite");
     }
     const bool integral = std::trunc(value) == value && std::abs(value) <= largestExactInteger;
-    if (integral && !(value == 0 && std::signbit(value))) {
+    const bool negativeZero = value == 0 && std::signbit(value);
+    if (integral && !negativeZero) {
         return static_cast<std::int64_t>(value);
     }
     return value;

@@ -68,7 +68,9 @@ template <class T> void decode(const Value& value, const std::string& path, std:
 template <class T> void decode(const Value& value, const std::string& path, std::map<std::string, T>& out) {
     requireObject(value, path);
     for (const auto& [key, element] : value.items()) {
-        decode(element, path + "." + key, out[key]);
+        std::string place = path;
+        place.append(".").append(key);
+        decode(element, place, out[key]);
     }
 }
 
