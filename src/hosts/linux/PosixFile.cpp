@@ -185,14 +185,11 @@ TemporaryFile::~TemporaryFile() {
 }
 
 int TemporaryFile::moveIntoPlace() {
-    if (const int code = syncFile(file_.get()); code != 0) {
-        return code;
-    }
     if (::renameat(folder_, name_.c_str(), folder_, finalName_.c_str()) != 0) {
         return errno;
     }
     name_.clear();
-    return syncFolder(folder_);
+    return 0;
 }
 
 } // namespace cadora::posix

@@ -69,8 +69,11 @@ public:
 
     int get() const { return file_.get(); }
 
-    // Syncs the file, gives it its final name, in place of what bears it, and syncs the folder. 0 or an errno
-    // value.
+    // Brings its bytes to the disk; 0 or an errno value.
+    int sync() const { return syncFile(file_.get()); }
+
+    // Gives it its final name, in place of what bears it; 0 or an errno value. To survive a loss of power it
+    // must have been synced before, and the folder must be afterwards.
     int moveIntoPlace();
 
 private:

@@ -346,7 +346,9 @@ void PosixFileManager::writeAtomically(const fs::path& path, std::string_view by
         fail(errno, path, notWritten);
     }
     require(posix::writeAll(file->get(), bytes.data(), bytes.size()), path, notWritten);
+    require(file->sync(), path, notWritten);
     require(file->moveIntoPlace(), path, notWritten);
+    require(posix::syncFolder(folder.get()), path, notWritten);
 }
 
 // Looking for what a crash left means reading the folder, which may hold thousands of items: once is enough,
