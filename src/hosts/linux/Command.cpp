@@ -6,8 +6,12 @@
 #include <poll.h>
 #include <spawn.h>
 #include <sys/eventfd.h>
-#include <sys/pidfd.h>
 #include <sys/wait.h>
+
+// This system header does not say itself that it is C.
+extern "C" {
+#include <sys/pidfd.h>
+}
 
 #include <algorithm>
 #include <array>
