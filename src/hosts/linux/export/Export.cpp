@@ -5,29 +5,19 @@
 #include "hosts/linux/export/M4aWriter.h"
 #include "hosts/linux/export/PcmReader.h"
 
-#include <array>
-#include <vector>
+#include <span>
 
 namespace cadora {
 
-ExportResult exportM4a(int source, int output) {
+ExportResult exportM4a(int source, int output, const EncodingPlan& plan) {
     AudioSource sound(source);
     PcmReader reader(sound);
-    AacEncoder encoder(reader.format());
-    M4aWriter writer(output, encoder.context(), sound.tags());
-    const AacEncoder::Sink sink = [&](const AVPacket& packet) {
-        writer.write({packet.data, static_cast<std::size_t>(packet.size)});
-    };
-    std::vector<float> samples(static_cast<std::size_t>(2) * AacEncoder::frameSize);
-    const std::array<float*, 2> planes = {samples.data(), samples.data() + AacEncoder::frameSize};
-    ExportResult result{0, reader.format().rate};
-    while (const int count = reader.read(planes.data(), AacEncoder::frameSize)) {
-        encoder.encode(planes.data(), count, sink);
-        result.samples += count;
-    }
-    encoder.finish(sink);
-    writer.finish(result.samples);
-    return result;
+    M4aWriter writer(output, AacEncoder(reader.format()).context(), sound.tags());
+    ChunkedEncoder encoder(reader, plan);
+    const std::int64_t samples =
+        encoder.run([&](std::span<const std::uint8_t> packet) { writer.write(packet); });
+    writer.finish(samples);
+    return {samples, reader.format().rate};
 }
 
 } // namespace cadora

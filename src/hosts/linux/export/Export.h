@@ -1,5 +1,7 @@
 #pragma once
 
+#include "hosts/linux/export/ChunkedEncoder.h"
+
 #include <cstdint>
 
 namespace cadora {
@@ -13,6 +15,6 @@ struct ExportResult {
 // Converts the sound of the file behind `source` into AAC in M4A in the empty file behind `output`, which
 // must be readable and writable. Both descriptors stay the caller's. Throws ExportError; the output is
 // then of no use.
-ExportResult exportM4a(int source, int output);
+ExportResult exportM4a(int source, int output, const EncodingPlan& plan);
 
 } // namespace cadora

@@ -45,7 +45,8 @@ int main(int argc, char** argv) {
         if (verb == "duration") {
             return answer(lengthAnswer(measureSource(sourceDescriptor)), 0);
         }
-        return answer(exportAnswer(exportM4a(sourceDescriptor, outputDescriptor)), 0);
+        return answer(
+            exportAnswer(exportM4a(sourceDescriptor, outputDescriptor, EncodingPlan::forThisMachine())), 0);
     } catch (const ExportError& error) {
         return answer(errorAnswer(error), 1);
     } catch (const std::bad_alloc&) {
