@@ -1,6 +1,7 @@
 #include "hosts/linux/export/AudioSource.h"
 
 #include "hosts/linux/export/ExportError.h"
+#include "hosts/linux/export/Lifeline.h"
 #include "hosts/linux/export/Tags.h"
 
 extern "C" {
@@ -50,9 +51,8 @@ int probeSizeFor(int descriptor) {
 
 } // namespace
 
-AudioSource::AudioSource(int descriptor)
-    : io_(descriptor, DescriptorIo::Mode::read), packet_(makePacket()), frame_(makeFrame()),
-      silence_(makeFrame()) {
+AudioSource::AudioSource(const OpenFile& file)
+    : io_(file, DescriptorIo::Mode::read), packet_(makePacket()), frame_(makeFrame()), silence_(makeFrame()) {
     AVFormatContext* context = avformat_alloc_context();
     if (context == nullptr) {
         throw std::bad_alloc();
@@ -60,7 +60,7 @@ AudioSource::AudioSource(int descriptor)
     context->pb = io_.context();
     context->flags |= AVFMT_FLAG_CUSTOM_IO;
     context->io_open = refuseToOpen;
-    context->format_probesize = probeSizeFor(descriptor);
+    context->format_probesize = probeSizeFor(file.descriptor);
     context->format_whitelist = av_strdup(allowedFormats);
     context->codec_whitelist = av_strdup(allowedDecoders);
     context->protocol_whitelist = av_strdup("");
@@ -115,6 +115,7 @@ void AudioSource::chooseStream() {
 
 const AVPacket* AudioSource::nextPacket() {
     for (;;) {
+        noteProgress();
         av_packet_unref(packet_.get());
         const int result = av_read_frame(format_.get(), packet_.get());
         if (result == AVERROR(ENOMEM)) {

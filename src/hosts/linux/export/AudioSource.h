@@ -15,8 +15,8 @@ namespace cadora {
 // Not thread-safe; everything throws ExportError.
 class AudioSource {
 public:
-    // Reads the headers. The descriptor is a regular file, stays the caller's and outlives the object.
-    explicit AudioSource(int descriptor);
+    // Reads the headers.
+    explicit AudioSource(const OpenFile& file);
 
     // The next packet of the sound track, none at the end. The packet belongs to the source and is valid
     // until the next call. Packets and frames come from one position: use one of the two.
@@ -31,6 +31,7 @@ public:
     bool seek(std::int64_t timestamp);
 
     const AVStream& stream() const { return *stream_; }
+    const OpenFile& file() const { return io_.file(); }
     const char* formatName() const { return format_->iformat->name; }
 
     // The container's tags by FFmpeg's names ("title", "artist"), as valid UTF-8.

@@ -1,6 +1,9 @@
 #include "hosts/linux/export/ChunkedEncoder.h"
 
+#include "hosts/linux/export/Lifeline.h"
+
 #include <algorithm>
+#include <array>
 #include <condition_variable>
 #include <deque>
 #include <exception>
@@ -209,6 +212,23 @@ EncodingPlan EncodingPlan::forThisMachine() {
     return plan;
 }
 
+std::int64_t encodeInSequence(PcmReader& reader, const PacketSink& sink) {
+    AacEncoder encoder(reader.format());
+    const AacEncoder::Sink give = [&](const AVPacket& packet) {
+        sink({packet.data, static_cast<std::size_t>(packet.size)});
+    };
+    std::array<float, std::size_t{2} * frameSize> block;
+    const std::array<float*, 2> planes = {block.data(), block.data() + frameSize};
+    std::int64_t samples = 0;
+    while (const int count = reader.read(planes.data(), frameSize)) {
+        encoder.encode(planes.data(), count, give);
+        samples += count;
+        noteProgress();
+    }
+    encoder.finish(give);
+    return samples;
+}
+
 ChunkedEncoder::ChunkedEncoder(PcmReader& reader, const EncodingPlan& plan) : reader_(reader), plan_(plan) {
     const std::int64_t chunkBytes =
         bufferFrames(plan) * frameSize * reader.format().channels * static_cast<std::int64_t>(sizeof(float));
@@ -216,7 +236,7 @@ ChunkedEncoder::ChunkedEncoder(PcmReader& reader, const EncodingPlan& plan) : re
     plan_.threads = static_cast<int>(std::clamp<std::int64_t>(affordable, 1, std::max(1, plan.threads)));
 }
 
-std::int64_t ChunkedEncoder::run(const Sink& sink) {
+std::int64_t ChunkedEncoder::run(const PacketSink& sink) {
     Pipeline pipeline(reader_, plan_);
     std::unique_ptr<EncodedChunk> current;
     const auto give = [&](std::int64_t end) {

@@ -22,6 +22,12 @@ struct EncodingPlan {
     static EncodingPlan forThisMachine();
 };
 
+// What encoders give their packets to, in order.
+using PacketSink = std::function<void(std::span<const std::uint8_t> packet)>;
+
+// Encodes a sound with one encoder, on the calling thread. Returns the sound's length in samples.
+std::int64_t encodeInSequence(PcmReader& reader, const PacketSink& sink);
+
 // Encodes a sound with several encoders at once, each fresh for its chunk, and joins their packets where
 // the decoder can't tell: at a frame for whose predecessor both neighbours chose the same long window.
 // Where a chunk offers no such frame, its predecessor's encoder encodes it too. Throws ExportError.
@@ -29,10 +35,8 @@ class ChunkedEncoder {
 public:
     ChunkedEncoder(PcmReader& reader, const EncodingPlan& plan);
 
-    // Gives the packets to the sink, in order and on the calling thread, and returns the sound's length
-    // in samples. To be called once.
-    using Sink = std::function<void(std::span<const std::uint8_t> packet)>;
-    std::int64_t run(const Sink& sink);
+    // The sink is called on the calling thread. Returns the sound's length in samples. To be called once.
+    std::int64_t run(const PacketSink& sink);
 
 private:
     PcmReader& reader_;

@@ -1,7 +1,5 @@
 #include "hosts/linux/export/DescriptorIo.h"
 
-#include "hosts/linux/export/ExportError.h"
-
 extern "C" {
 #include <libavformat/avio.h>
 #include <libavutil/error.h>
@@ -11,7 +9,6 @@ extern "C" {
 #include <algorithm>
 #include <cerrno>
 #include <new>
-#include <sys/stat.h>
 #include <unistd.h>
 
 namespace cadora {
@@ -22,16 +19,7 @@ constexpr int bufferSize = 64 * 1024;
 
 } // namespace
 
-DescriptorIo::DescriptorIo(int descriptor, Mode mode) : descriptor_(descriptor) {
-    struct stat status{};
-    int failed = fstat(descriptor, &status) == 0 ? 0 : errno;
-    if (failed == 0 && !S_ISREG(status.st_mode)) {
-        failed = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
-    }
-    if (failed != 0) {
-        throw mode == Mode::read ? unreadable(failed) : cannotWrite(failed);
-    }
-    size_ = status.st_size;
+DescriptorIo::DescriptorIo(const OpenFile& file, Mode mode) : file_(file) {
     auto* buffer = static_cast<unsigned char*>(av_malloc(bufferSize));
     if (buffer == nullptr) {
         throw std::bad_alloc();
@@ -53,13 +41,13 @@ DescriptorIo::~DescriptorIo() {
 int DescriptorIo::readPacket(void* opaque, std::uint8_t* buffer, int size) {
     auto& self = *static_cast<DescriptorIo*>(opaque);
     const auto wanted = static_cast<std::size_t>(
-        std::clamp<std::int64_t>(self.size_ - self.position_, 0, static_cast<std::int64_t>(size)));
+        std::clamp<std::int64_t>(self.file_.size - self.position_, 0, static_cast<std::int64_t>(size)));
     if (wanted == 0) {
         return AVERROR_EOF;
     }
     ssize_t got;
     do {
-        got = pread(self.descriptor_, buffer, wanted, self.position_);
+        got = pread(self.file_.descriptor, buffer, wanted, self.position_);
     } while (got < 0 && errno == EINTR);
     if (got < 0) {
         const int failed = errno;
@@ -79,7 +67,7 @@ int DescriptorIo::writePacket(void* opaque, std::uint8_t* buffer, int size) {
     auto& self = *static_cast<DescriptorIo*>(opaque);
     int written = 0;
     while (written < size) {
-        const ssize_t count = pwrite(self.descriptor_, buffer + written,
+        const ssize_t count = pwrite(self.file_.descriptor, buffer + written,
                                      static_cast<std::size_t>(size - written), self.position_);
         if (count < 0 && errno == EINTR) {
             continue;
@@ -93,7 +81,7 @@ int DescriptorIo::writePacket(void* opaque, std::uint8_t* buffer, int size) {
         }
         written += static_cast<int>(count);
         self.position_ += count;
-        self.size_ = std::max(self.size_, self.position_);
+        self.file_.size = std::max(self.file_.size, self.position_);
     }
     return written;
 }
@@ -102,14 +90,14 @@ std::int64_t DescriptorIo::seek(void* opaque, std::int64_t offset, int whence) {
     auto& self = *static_cast<DescriptorIo*>(opaque);
     switch (whence & ~AVSEEK_FORCE) {
     case AVSEEK_SIZE:
-        return self.size_;
+        return self.file_.size;
     case SEEK_SET:
         break;
     case SEEK_CUR:
         offset += self.position_;
         break;
     case SEEK_END:
-        offset += self.size_;
+        offset += self.file_.size;
         break;
     default:
         return AVERROR(EINVAL);

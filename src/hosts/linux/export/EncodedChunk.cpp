@@ -1,5 +1,7 @@
 #include "hosts/linux/export/EncodedChunk.h"
 
+#include "hosts/linux/export/Lifeline.h"
+
 #include <algorithm>
 #include <array>
 
@@ -65,6 +67,7 @@ void EncodedChunk::encode(const PcmChunk& chunk) {
         const std::array<const float*, 2> planes = {chunk.plane(0) + offset,
                                                     chunk.plane(channels_ - 1) + offset};
         encoder_.encode(planes.data(), count, keep);
+        noteProgress();
     }
     if (chunk.end == PcmChunk::End::endsHere) {
         encoder_.finish(keep);

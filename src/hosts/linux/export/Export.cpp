@@ -2,6 +2,7 @@
 
 #include "hosts/linux/export/AacEncoder.h"
 #include "hosts/linux/export/AudioSource.h"
+#include "hosts/linux/export/ExportError.h"
 #include "hosts/linux/export/M4aWriter.h"
 #include "hosts/linux/export/PcmReader.h"
 
@@ -9,13 +10,19 @@
 
 namespace cadora {
 
-ExportResult exportM4a(int source, int output, const EncodingPlan& plan) {
+ExportResult exportM4a(const OpenFile& source, const SourceLength& length, const OpenFile& output,
+                       const EncodingPlan& plan) {
+    if (length.samples <= 0) {
+        throw noDuration();
+    }
     AudioSource sound(source);
-    PcmReader reader(sound);
+    PcmReader reader(sound, length);
     M4aWriter writer(output, AacEncoder(reader.format()).context(), sound.tags());
-    ChunkedEncoder encoder(reader, plan);
+    const auto write = [&](std::span<const std::uint8_t> packet) { writer.write(packet); };
+    // For what fits one chunk a single encoder gives the same packets without holding samples.
+    const double frames = length.seconds() * reader.format().rate / AacEncoder::frameSize;
     const std::int64_t samples =
-        encoder.run([&](std::span<const std::uint8_t> packet) { writer.write(packet); });
+        frames < plan.chunkFrames ? encodeInSequence(reader, write) : ChunkedEncoder(reader, plan).run(write);
     writer.finish(samples);
     return {samples, reader.format().rate};
 }

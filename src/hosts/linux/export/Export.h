@@ -1,6 +1,8 @@
 #pragma once
 
 #include "hosts/linux/export/ChunkedEncoder.h"
+#include "hosts/linux/export/OpenFile.h"
+#include "hosts/linux/export/SourceLength.h"
 
 #include <cstdint>
 
@@ -12,9 +14,9 @@ struct ExportResult {
     int rate = 0;
 };
 
-// Converts the sound of the file behind `source` into AAC in M4A in the empty file behind `output`, which
-// must be readable and writable. Both descriptors stay the caller's. Throws ExportError; the output is
-// then of no use.
-ExportResult exportM4a(int source, int output, const EncodingPlan& plan);
+// Converts the sound of the source, whose length was measured, into AAC in M4A in the empty output, which
+// must be readable and writable. Throws ExportError; the output is then of no use.
+ExportResult exportM4a(const OpenFile& source, const SourceLength& length, const OpenFile& output,
+                       const EncodingPlan& plan);
 
 } // namespace cadora

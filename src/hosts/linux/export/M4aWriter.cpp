@@ -12,10 +12,9 @@ extern "C" {
 
 namespace cadora {
 
-M4aWriter::M4aWriter(int descriptor, const AVCodecContext& encoder,
+M4aWriter::M4aWriter(const OpenFile& output, const AVCodecContext& encoder,
                      const std::map<std::string, std::string>& tags)
-    : descriptor_(descriptor), io_(descriptor, DescriptorIo::Mode::readWrite), held_(makePacket()),
-      position_(-encoder.initial_padding) {
+    : io_(output, DescriptorIo::Mode::readWrite), held_(makePacket()), position_(-encoder.initial_padding) {
     AVFormatContext* context = nullptr;
     if (avformat_alloc_output_context2(&context, nullptr, "ipod", nullptr) < 0) {
         throw std::bad_alloc();
@@ -23,6 +22,7 @@ M4aWriter::M4aWriter(int descriptor, const AVCodecContext& encoder,
     format_.reset(context);
     context->pb = io_.context();
     context->flags |= AVFMT_FLAG_CUSTOM_IO | AVFMT_FLAG_BITEXACT;
+    context->flush_packets = 0; // nobody reads along
     context->opaque = this;
     // The muxer opens the file a second time, for reading, when it moves the sound behind the index.
     context->io_open = &M4aWriter::openAgain;
@@ -53,7 +53,7 @@ int M4aWriter::openAgain(AVFormatContext* context, AVIOContext** io, const char*
         return AVERROR(EACCES);
     }
     try {
-        self.reader_ = std::make_unique<DescriptorIo>(self.descriptor_, DescriptorIo::Mode::read);
+        self.reader_ = std::make_unique<DescriptorIo>(self.io_.file(), DescriptorIo::Mode::read);
     } catch (const std::exception&) {
         return AVERROR(EIO);
     }

@@ -2,6 +2,7 @@
 
 #include "hosts/linux/export/DescriptorIo.h"
 #include "hosts/linux/export/FfmpegHandles.h"
+#include "hosts/linux/export/OpenFile.h"
 
 #include <cstdint>
 #include <map>
@@ -16,9 +17,10 @@ namespace cadora {
 // ExportError.
 class M4aWriter {
 public:
-    // The descriptor is an empty regular file, readable and writable; it stays the caller's. The encoder
-    // is any that encodes in the same way as the packets' own; it is not kept.
-    M4aWriter(int descriptor, const AVCodecContext& encoder, const std::map<std::string, std::string>& tags);
+    // The output is empty, readable and writable. The encoder is any that encodes in the same way as the
+    // packets' own; it isn't kept.
+    M4aWriter(const OpenFile& output, const AVCodecContext& encoder,
+              const std::map<std::string, std::string>& tags);
     ~M4aWriter();
 
     // The next packet of the stream.
@@ -39,7 +41,6 @@ private:
         void operator()(AVFormatContext* context) const { avformat_free_context(context); }
     };
 
-    int descriptor_;
     DescriptorIo io_;
     std::unique_ptr<DescriptorIo> reader_;
     std::unique_ptr<AVFormatContext, OutputDeleter> format_;

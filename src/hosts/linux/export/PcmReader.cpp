@@ -11,7 +11,6 @@ extern "C" {
 #include <algorithm>
 #include <array>
 #include <cmath>
-#include <limits>
 #include <vector>
 
 namespace cadora {
@@ -66,8 +65,9 @@ PcmFormat pcmFormatFor(int rate, int channels) {
     return format;
 }
 
-PcmReader::PcmReader(AudioSource& source) : source_(source), configured_(makeFrame()) {
-    const AVFrame* first = source_.nextFrame();
+PcmReader::PcmReader(AudioSource& source, const SourceLength& length)
+    : source_(source), length_(length), cut_(makeFrame()), configured_(makeFrame()) {
+    const AVFrame* first = nextFrame();
     if (first == nullptr) {
         throw noDuration();
     }
@@ -157,8 +157,49 @@ void PcmReader::convert(const AVFrame* frame) {
     }
 }
 
+const AVFrame* PcmReader::nextFrame() {
+    for (;;) {
+        const AVFrame* frame = source_.nextFrame();
+        if (frame == nullptr || length_.extent == SourceLength::Extent::everything) {
+            return frame;
+        }
+        const auto scaled = [&](std::int64_t samples) {
+            return av_rescale(samples, frame->sample_rate, length_.rate);
+        };
+        const std::int64_t begin = scaled(length_.samplesBefore);
+        const std::int64_t end = begin + scaled(length_.samples);
+        const std::int64_t from = std::clamp<std::int64_t>(begin - decoded_, 0, frame->nb_samples);
+        const std::int64_t to = std::clamp<std::int64_t>(end - decoded_, from, frame->nb_samples);
+        decoded_ += frame->nb_samples;
+        if (to == frame->nb_samples && from == 0) {
+            return frame;
+        }
+        if (from < to) {
+            return part(*frame, static_cast<int>(from), static_cast<int>(to));
+        }
+        if (decoded_ >= end) {
+            return nullptr;
+        }
+    }
+}
+
+const AVFrame* PcmReader::part(const AVFrame& frame, int from, int to) {
+    const auto format = static_cast<AVSampleFormat>(frame.format);
+    av_frame_unref(cut_.get());
+    cut_->format = frame.format;
+    cut_->sample_rate = frame.sample_rate;
+    cut_->nb_samples = to - from;
+    if (av_channel_layout_copy(&cut_->ch_layout, &frame.ch_layout) < 0 ||
+        av_frame_get_buffer(cut_.get(), 0) < 0 ||
+        av_samples_copy(cut_->extended_data, frame.extended_data, 0, from, to - from,
+                        frame.ch_layout.nb_channels, format) < 0) {
+        throw outOfMemory();
+    }
+    return cut_.get();
+}
+
 void PcmReader::pull() {
-    const AVFrame* frame = source_.nextFrame();
+    const AVFrame* frame = nextFrame();
     if (frame == nullptr) {
         state_ = State::ended;
     }

@@ -2,6 +2,7 @@
 
 #include "hosts/linux/export/AudioSource.h"
 #include "hosts/linux/export/FfmpegHandles.h"
+#include "hosts/linux/export/SourceLength.h"
 
 #include <cstdint>
 
@@ -22,10 +23,10 @@ PcmFormat pcmFormatFor(int rate, int channels);
 // that the sum can't exceed full scale. Not thread-safe; throws ExportError.
 class PcmReader {
 public:
-    explicit PcmReader(AudioSource& source);
+    // Decodes the first piece, which tells the format. Reads the part of the source that the length
+    // marks. A source without any sound throws noDuration.
+    PcmReader(AudioSource& source, const SourceLength& length);
 
-    // Known from the first decoded sound on, so the constructor decodes it. A source without any sound
-    // throws noDuration.
     const PcmFormat& format() const { return format_; }
 
     // Fills up to `samples` samples of each of the format's channels; less only at the end.
@@ -36,8 +37,13 @@ private:
     bool matches(const AVFrame& frame) const;
     void convert(const AVFrame* frame);
     void pull();
+    const AVFrame* nextFrame();
+    const AVFrame* part(const AVFrame& frame, int from, int to);
 
     AudioSource& source_;
+    SourceLength length_;
+    std::int64_t decoded_ = 0; // samples that the source has given so far
+    FrameHandle cut_;
     PcmFormat format_;
     SwrHandle converter_;
     AudioFifoHandle fifo_;

@@ -1,7 +1,7 @@
 #include "hosts/linux/export/SourceLength.h"
 
 #include "hosts/linux/export/AudioSource.h"
-#include "hosts/linux/export/ExportError.h"
+#include "hosts/linux/export/CafPacketTable.h"
 
 extern "C" {
 #include <libavutil/avstring.h>
@@ -9,6 +9,7 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <cstdlib>
 #include <optional>
 
 namespace cadora {
@@ -24,15 +25,18 @@ bool isRawSamples(const AVStream& stream) {
     return bits >= 8 && stream.time_base.num == 1 && stream.time_base.den == stream.codecpar->sample_rate;
 }
 
-// Containers whose packets carry exact durations. Others keep rounded times.
+bool isMovie(const AudioSource& source) {
+    return av_match_name("mov", source.formatName()) != 0;
+}
+
+// Containers whose packets carry exact durations; others round them or have none at the ends.
 bool hasExactPackets(const AudioSource& source) {
-    return av_match_name(source.formatName(), "wav,w64,aiff,mp3,aac,caf,au,flac,ogg") != 0 ||
-           av_match_name("mov", source.formatName()) != 0;
+    return isMovie(source) || av_match_name(source.formatName(), "wav,w64,aiff,mp3,aac,caf,au,flac") != 0;
 }
 
 // A header's claim holds if the file's last sample is where it says.
-std::optional<std::int64_t> claimedSamples(int descriptor) {
-    AudioSource source(descriptor);
+std::optional<std::int64_t> claimedSamples(const OpenFile& file) {
+    AudioSource source(file);
     const AVStream& stream = source.stream();
     if (!isRawSamples(stream) || stream.duration <= 0) {
         return std::nullopt;
@@ -72,9 +76,10 @@ std::optional<std::int64_t> scannedSamples(AudioSource& source) {
     return std::max<std::int64_t>(0, toSamples(stream, time) - skipped);
 }
 
-SourceLength decodedLength(int descriptor) {
-    AudioSource source(descriptor);
-    SourceLength length{0, std::max(1, source.stream().codecpar->sample_rate)};
+SourceLength decodedLength(const OpenFile& file) {
+    AudioSource source(file);
+    SourceLength length;
+    length.rate = std::max(1, source.stream().codecpar->sample_rate);
     while (const AVFrame* frame = source.nextFrame()) {
         length.rate = frame->sample_rate;
         length.samples += frame->nb_samples;
@@ -82,19 +87,41 @@ SourceLength decodedLength(int descriptor) {
     return length;
 }
 
+// Edit lists count in ticks of the whole movie, commonly 1/600 or 1/1000 s: where list and packets differ
+// by less than one, the list was only rounded.
+std::int64_t editedSamples(const AVStream& stream, std::int64_t scanned) {
+    const std::int64_t edited = toSamples(stream, stream.duration);
+    const std::int64_t tick = stream.codecpar->sample_rate / 600 + 1;
+    return stream.duration <= 0 || std::abs(scanned - edited) <= tick ? scanned : std::min(scanned, edited);
+}
+
 } // namespace
 
-SourceLength measureSource(int descriptor) {
-    AudioSource source(descriptor);
-    const int rate = source.stream().codecpar->sample_rate;
+SourceLength measureSource(const OpenFile& file) {
+    AudioSource source(file);
+    const AVStream& stream = source.stream();
+    const int rate = stream.codecpar->sample_rate;
     if (rate <= 0 || !hasExactPackets(source)) {
-        return decodedLength(descriptor);
+        return decodedLength(file);
     }
-    std::optional<std::int64_t> samples = claimedSamples(descriptor);
-    if (!samples) {
-        samples = scannedSamples(source);
+    if (const auto samples = claimedSamples(file)) {
+        return {*samples, rate};
     }
-    return samples ? SourceLength{*samples, rate} : decodedLength(descriptor);
+    const auto scanned = scannedSamples(source);
+    if (const auto table = readCafPacketTable(file)) {
+        const SourceLength length = scanned ? SourceLength{*scanned, rate} : decodedLength(file);
+        // A table that promises more than there is belongs to a file that was cut off.
+        const std::int64_t present = std::max<std::int64_t>(0, length.samples - table->primingSamples);
+        return {std::min(table->validSamples, present), rate, SourceLength::Extent::markedPart,
+                table->primingSamples};
+    }
+    if (!scanned) {
+        return decodedLength(file);
+    }
+    if (isMovie(source)) {
+        return {editedSamples(stream, *scanned), rate, SourceLength::Extent::markedPart};
+    }
+    return {*scanned, rate};
 }
 
 } // namespace cadora
