@@ -89,8 +89,20 @@ class Service:
     def posts(self):
         return self.call("GET", "/api/posts")["posts"]
 
+    def spoil(self, **fault):
+        self.call("POST", "/faults", fault)
+
+    def mend(self):
+        self.call("DELETE", "/faults")
+
     def requests(self):
-        return [json.loads(line) for line in self.log.read_text().splitlines()]
+        return self.call("GET", "/log")["requests"]
+
+    def audio(self, post, path):
+        """Saves the audio of a post."""
+        with urllib.request.urlopen(self.origin + post["audio_url"], timeout=START_TIMEOUT) as answer:
+            path.write_bytes(answer.read())
+        return path
 
     def stop(self):
         end(self.process)
