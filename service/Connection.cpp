@@ -70,9 +70,7 @@ void Connection::begin(std::uint64_t bodyLength, Expectation expectation) {
 void Connection::setFault(const Fault& fault) {
     fault_ = fault;
     if (fault_.requestCut && fault_.requestCut->bytes == 0) {
-        const CutPoint cut = *fault_.requestCut;
-        fault_.requestCut.reset();
-        interrupt(cut.interruption);
+        interrupt(std::exchange(fault_.requestCut, std::nullopt)->interruption);
     }
 }
 
@@ -124,6 +122,9 @@ std::size_t Connection::readBody(std::span<char> space) {
         if (fault_.requestCut) {
             wanted = std::min(wanted, fault_.requestCut->bytes - bodyReceived_);
         }
+        if (fault_.pace) {
+            wanted = std::min(wanted, fault_.pace->bytes - bodyReceived_ % fault_.pace->bytes);
+        }
         const std::span<char> rest = space.subspan(filled, static_cast<std::size_t>(wanted));
         const ssize_t count = aheadBegin_ < aheadEnd_ ? read(rest.data(), rest.size()) : receive(rest);
         if (count <= 0) {
@@ -132,10 +133,9 @@ std::size_t Connection::readBody(std::span<char> space) {
         filled += static_cast<std::size_t>(count);
         bodyReceived_ += static_cast<std::uint64_t>(count);
         if (fault_.requestCut && bodyReceived_ == fault_.requestCut->bytes) {
-            const CutPoint cut = *fault_.requestCut;
-            fault_.requestCut.reset();
-            interrupt(cut.interruption);
+            interrupt(std::exchange(fault_.requestCut, std::nullopt)->interruption);
         }
+        keepPace(bodyReceived_);
     }
     return filled;
 }
@@ -160,7 +160,7 @@ void Connection::discardBody() {
 }
 
 ssize_t Connection::write(const char* pointer, size_t size) {
-    if (!usable_ || answersEnded_) {
+    if (!is_writable()) {
         return -1;
     }
     gathered_.append(pointer, size);
@@ -181,24 +181,40 @@ bool Connection::flush() {
 }
 
 bool Connection::sendFaultily(std::string_view bytes) {
-    if (!fault_.answerCut) {
-        sent_ += bytes.size();
-        return sendAll(bytes);
+    for (;;) {
+        std::uint64_t allowed = bytes.size();
+        if (fault_.answerCut) {
+            const std::uint64_t head =
+                fault_.answerCountedFrom == CountedFrom::body ? headLength_.value_or(0) : 0;
+            allowed = std::min(allowed, fault_.answerCut->bytes + head - sent_);
+            if (fault_.answerCut->bytes + head == sent_) {
+                interrupt(std::exchange(fault_.answerCut, std::nullopt)->interruption);
+                continue;
+            }
+        }
+        if (!usable_ || bytes.empty()) {
+            return usable_;
+        }
+        if (fault_.pace) {
+            allowed = std::min(allowed, fault_.pace->bytes - sent_ % fault_.pace->bytes);
+        }
+        const auto count = static_cast<std::size_t>(allowed);
+        if (!sendAll(bytes.substr(0, count))) {
+            return false;
+        }
+        sent_ += allowed;
+        bytes.remove_prefix(count);
+        keepPace(sent_);
     }
-    const CutPoint cut = *fault_.answerCut;
-    const std::uint64_t point =
-        cut.bytes + (fault_.answerCountedFrom == CountedFrom::body ? headLength_.value_or(0) : 0);
-    const auto before = static_cast<std::size_t>(std::min<std::uint64_t>(bytes.size(), point - sent_));
-    sent_ += before;
-    if (!sendAll(bytes.substr(0, before))) {
-        return false;
+}
+
+void Connection::keepPace(std::uint64_t transferred) {
+    if (fault_.pace && transferred % fault_.pace->bytes == 0) {
+        const WaitEnd end = stalls_.wait(socket_, fault_.pace->pause);
+        if (end == WaitEnd::peerGone || end == WaitEnd::stopping) {
+            drop(Interruption::close);
+        }
     }
-    if (sent_ < point) {
-        return true;
-    }
-    fault_.answerCut.reset();
-    interrupt(cut.interruption);
-    return usable_ && sendFaultily(bytes.substr(before));
 }
 
 bool Connection::sendAll(std::string_view bytes) {

@@ -67,7 +67,7 @@ public:
     void close();
 
     bool is_readable() const override { return usable_; }
-    bool is_writable() const override { return usable_; }
+    bool is_writable() const override { return usable_ && !answersEnded_; }
     ssize_t read(char* pointer, size_t size) override;
     ssize_t write(const char* pointer, size_t size) override;
     void get_remote_ip_and_port(std::string& ip, int& port) const override;
@@ -79,6 +79,7 @@ private:
     bool sendAll(std::string_view bytes);
     bool sendFaultily(std::string_view bytes);
     void interrupt(Interruption interruption);
+    void keepPace(std::uint64_t transferred);
 
     struct SslDeleter {
         void operator()(SSL* ssl) const { SSL_free(ssl); }

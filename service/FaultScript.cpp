@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <functional>
+#include <limits>
 #include <stdexcept>
 
 namespace cadora::service {
@@ -9,6 +10,7 @@ namespace cadora::service {
 namespace {
 
 constexpr std::int64_t longestWait = 600000;
+constexpr std::int64_t longestPiece = 1073741824;
 
 [[noreturn]] void refuse(const std::string& field, const std::string& problem) {
     throw std::invalid_argument("\"" + field + "\" " + problem);
@@ -46,6 +48,13 @@ CannedAnswer& answerOf(Fault& fault) {
         fault.answer.emplace();
     }
     return *fault.answer;
+}
+
+Pace& paceOf(Fault& fault) {
+    if (!fault.pace) {
+        fault.pace.emplace();
+    }
+    return *fault.pace;
 }
 
 using Apply = std::function<void(Fault&, const std::string&, const nlohmann::json&)>;
@@ -115,6 +124,14 @@ const std::map<std::string, Apply>& fields() {
          [](Fault& fault, const std::string& field, const nlohmann::json& value) {
              fault.answerCut = cut(field, value, Interruption::stall);
          }},
+        {"pace_bytes",
+         [](Fault& fault, const std::string& field, const nlohmann::json& value) {
+             paceOf(fault).bytes = static_cast<std::uint64_t>(number(field, value, 1, longestPiece));
+         }},
+        {"pace_ms",
+         [](Fault& fault, const std::string& field, const nlohmann::json& value) {
+             paceOf(fault).pause = std::chrono::milliseconds(number(field, value, 1, longestWait));
+         }},
         {"count_response_from",
          [](Fault& fault, const std::string& field, const nlohmann::json& value) {
              const std::string from = text(field, value);
@@ -152,6 +169,12 @@ FaultScript::Rule FaultScript::parse(const nlohmann::json& source) {
         } else {
             refuse(field, "is not a field of a fault");
         }
+    }
+    if (source.contains("pace_bytes") != source.contains("pace_ms")) {
+        refuse("pace_bytes", "and \"pace_ms\" go together");
+    }
+    if (rule.fault.answer && !source.contains("status")) {
+        refuse("status", "is missing beside the rest of the answer");
     }
     return rule;
 }

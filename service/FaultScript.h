@@ -25,6 +25,12 @@ struct CutPoint {
     Interruption interruption = Interruption::close;
 };
 
+/// A transfer that pauses after every so many bytes of the request's body and of the answer.
+struct Pace {
+    std::uint64_t bytes = 0;
+    std::chrono::milliseconds pause{0};
+};
+
 /// An answer that is sent in place of the service's own.
 struct CannedAnswer {
     int status = 200;
@@ -48,6 +54,7 @@ struct Fault {
     std::optional<CutPoint> requestCut;   ///< counted in bytes of the request's body
     std::optional<CutPoint> answerCut;
     CountedFrom answerCountedFrom = CountedFrom::statusLine;
+    std::optional<Pace> pace;
 };
 
 /// The faults that tests have asked for. Each rule counts the requests that match it, from 1, and says

@@ -320,7 +320,10 @@ void Server::handle(Exchange& exchange, const httplib::Request& request, httplib
     if (exchange.connection.bodyEnd() != BodyEnd::complete) {
         response.set_header("Connection", "close");
     }
-    exchange.entry.status = response.status == -1 ? (request.ranges.empty() ? 200 : 206) : response.status;
+    if (exchange.connection.is_writable()) {
+        exchange.entry.status =
+            response.status == -1 ? (request.ranges.empty() ? 200 : 206) : response.status;
+    }
 }
 
 void Server::dispatch(Exchange& exchange, const httplib::Request& request, httplib::Response& response) {
