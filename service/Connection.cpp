@@ -57,14 +57,27 @@ Connection::Next Connection::awaitRequest(std::chrono::milliseconds limit) {
     return ::poll(&watched, 1, static_cast<int>(limit.count())) > 0 ? Next::request : Next::nothing;
 }
 
-void Connection::begin(std::uint64_t bodyLength, Expectation expectation) {
+void Connection::beginRequest() {
     fault_ = {};
-    bodyLength_ = bodyLength;
+    reading_ = Reading::head;
+    head_.clear();
+    bodyLength_ = 0;
     bodyReceived_ = 0;
-    expectation_ = expectation;
+    expectation_ = Expectation::none;
     gathered_.clear();
     sent_ = 0;
     headLength_.reset();
+}
+
+void Connection::expectBody(std::optional<std::uint64_t> length, Expectation expectation) {
+    reading_ = Reading::body;
+    bodyLength_ = length;
+    expectation_ = expectation;
+    releasesSeen_ = stalls_.releases();
+}
+
+WaitEnd Connection::pause(std::chrono::milliseconds limit) {
+    return stalls_.wait(socket_, limit, releasesSeen_);
 }
 
 void Connection::setFault(const Fault& fault) {
@@ -105,11 +118,15 @@ ssize_t Connection::read(char* pointer, size_t size) {
     const std::size_t count = std::min(size, aheadEnd_ - aheadBegin_);
     std::memcpy(pointer, ahead_.data() + aheadBegin_, count);
     aheadBegin_ += count;
+    if (reading_ == Reading::head) {
+        head_.append(pointer, count);
+    }
     return static_cast<ssize_t>(count);
 }
 
 std::size_t Connection::readBody(std::span<char> space) {
-    if (expectation_ == Expectation::continueFirst) {
+    const std::uint64_t length = bodyLength_.value_or(0);
+    if (expectation_ == Expectation::continueFirst && bodyLength_) {
         expectation_ = Expectation::none;
         // A peer that sends without waiting needs no telling.
         if (aheadBegin_ == aheadEnd_ && !sendAll("HTTP/1.1 100 Continue\r\n\r\n")) {
@@ -117,8 +134,8 @@ std::size_t Connection::readBody(std::span<char> space) {
         }
     }
     std::size_t filled = 0;
-    while (usable_ && filled < space.size() && bodyReceived_ < bodyLength_) {
-        std::uint64_t wanted = std::min<std::uint64_t>(space.size() - filled, bodyLength_ - bodyReceived_);
+    while (usable_ && filled < space.size() && bodyReceived_ < length) {
+        std::uint64_t wanted = std::min<std::uint64_t>(space.size() - filled, length - bodyReceived_);
         if (fault_.requestCut) {
             wanted = std::min(wanted, fault_.requestCut->bytes - bodyReceived_);
         }
@@ -145,10 +162,11 @@ BodyEnd Connection::bodyEnd() const {
 }
 
 BodyEnd Connection::readBody(std::string& body, std::size_t limit) {
-    if (bodyLength_ > limit) {
+    const std::uint64_t length = bodyLength_.value_or(0);
+    if (length > limit) {
         return BodyEnd::tooLong;
     }
-    body.resize(static_cast<std::size_t>(bodyLength_));
+    body.resize(static_cast<std::size_t>(length));
     body.resize(readBody(std::span<char>(body)));
     return bodyEnd();
 }
@@ -210,7 +228,7 @@ bool Connection::sendFaultily(std::string_view bytes) {
 
 void Connection::keepPace(std::uint64_t transferred) {
     if (fault_.pace && transferred % fault_.pace->bytes == 0) {
-        const WaitEnd end = stalls_.wait(socket_, fault_.pace->pause);
+        const WaitEnd end = pause(fault_.pace->pause);
         if (end == WaitEnd::peerGone || end == WaitEnd::stopping) {
             drop(Interruption::close);
         }
@@ -239,8 +257,7 @@ bool Connection::sendAll(std::string_view bytes) {
 }
 
 void Connection::interrupt(Interruption interruption) {
-    if (interruption == Interruption::stall &&
-        stalls_.wait(socket_, fault_.stallLimit) == WaitEnd::released) {
+    if (interruption == Interruption::stall && pause(fault_.stallLimit) == WaitEnd::released) {
         return;
     }
     drop(interruption);

@@ -38,17 +38,25 @@ public:
     /// Waits for the first byte of a request.
     Next awaitRequest(std::chrono::milliseconds limit);
 
-    /// Starts a request whose body has `bodyLength` bytes. The peer is told to send it on the first read
-    /// if it asked to be told.
+    /// Starts a request, whose head is read next.
+    void beginRequest();
+    /// The head that was read, with its empty line.
+    const std::string& head() const { return head_; }
+
+    /// Says how many bytes the request's body has, absent when that can't be told: then nothing of it can
+    /// be read. The peer is told to send it on the first read if it asked to be told.
     enum class Expectation { none, continueFirst };
-    void begin(std::uint64_t bodyLength, Expectation expectation);
+    void expectBody(std::optional<std::uint64_t> length, Expectation expectation);
     void setFault(const Fault& fault);
+    /// Waits as Stalls does; a release counts when it came after expectBody().
+    WaitEnd pause(std::chrono::milliseconds limit);
 
     /// Reads up to `space.size()` bytes of the body, fewer only at its end. Gives 0 at the end and when
     /// the transfer broke; bodyEnd() tells which.
     std::size_t readBody(std::span<char> space);
     BodyEnd bodyEnd() const;
-    /// The whole body, unless it is longer than `limit` bytes: then nothing of it is read.
+    /// The whole body, unless it is longer than `limit` bytes or of unknown length: then nothing of it is
+    /// read.
     BodyEnd readBody(std::string& body, std::size_t limit);
     /// Reads the rest of the body and forgets it.
     void discardBody();
@@ -97,7 +105,10 @@ private:
     std::size_t aheadEnd_ = 0;
 
     Fault fault_;
-    std::uint64_t bodyLength_ = 0;
+    std::uint64_t releasesSeen_ = 0;
+    enum class Reading { head, body } reading_ = Reading::head;
+    std::string head_;
+    std::optional<std::uint64_t> bodyLength_ = 0;
     std::uint64_t bodyReceived_ = 0;
     Expectation expectation_ = Expectation::none;
 

@@ -62,23 +62,6 @@ std::string signingSecret(const std::filesystem::path& file) {
     return secret;
 }
 
-std::string lowered(std::string text) {
-    std::transform(text.begin(), text.end(), text.begin(), [](unsigned char character) {
-        return character >= 'A' && character <= 'Z' ? static_cast<char>(character + ('a' - 'A'))
-                                                    : static_cast<char>(character);
-    });
-    return text;
-}
-
-std::vector<std::string> values(const httplib::Request& request, const std::string& name) {
-    std::vector<std::string> all;
-    const auto [first, last] = request.headers.equal_range(name);
-    for (auto entry = first; entry != last; ++entry) {
-        all.push_back(entry->second);
-    }
-    return all;
-}
-
 std::optional<std::uint64_t> number(std::string_view text) {
     std::uint64_t value = 0;
     const auto [stop, problem] = std::from_chars(text.data(), text.data() + text.size(), value);
@@ -113,35 +96,29 @@ MethodIs requireMethod(const httplib::Request& request, httplib::Response& respo
     return MethodIs::refused;
 }
 
-std::string mediaType(const std::string& header) {
-    const std::string type = lowered(header.substr(0, header.find(';')));
-    const std::size_t begin = type.find_first_not_of(" \t");
-    return begin == std::string::npos ? "" : type.substr(begin, type.find_last_not_of(" \t") - begin + 1);
+std::string mediaType(const std::string& field) {
+    return lowered(std::string(trimmed(std::string_view(field).substr(0, field.find(';')))));
 }
 
-bool acceptsJson(const httplib::Request& request) {
-    const std::vector<std::string> accepts = values(request, "Accept");
-    if (accepts.empty()) {
-        return true;
-    }
-    for (const std::string& header : accepts) {
+bool acceptsJson(const HeaderFields& headers) {
+    for (const std::string& field : headers.values("accept")) {
         std::size_t start = 0;
-        while (start <= header.size()) {
-            const std::size_t end = std::min(header.find(',', start), header.size());
-            const std::string type = mediaType(header.substr(start, end - start));
+        while (start <= field.size()) {
+            const std::size_t end = std::min(field.find(',', start), field.size());
+            const std::string type = mediaType(field.substr(start, end - start));
             if (type == json || type == "application/*" || type == "*/*") {
                 return true;
             }
             start = end + 1;
         }
     }
-    return false;
+    return !headers.has("accept");
 }
 
 /// A page of another site may have its name resolve to the loopback address; its requests then name that
 /// site here.
-bool namesLoopback(const httplib::Request& request) {
-    const std::string host = request.get_header_value("Host");
+bool namesLoopback(const HeaderFields& headers) {
+    const std::string host = headers.value("host");
     const std::string name = host.substr(0, host.find(':'));
     return name == loopback || name == "localhost";
 }
@@ -238,7 +215,7 @@ void Server::serveRequest(Connection& connection, std::int64_t number, bool& clo
     Exchange exchange(connection);
     exchange.entry.connection = number;
     const auto started = std::chrono::steady_clock::now();
-    connection.begin(0, Connection::Expectation::none);
+    connection.beginRequest();
     current_ = &exchange;
     bool closedByPeer = false;
     const bool served = listener_.process(connection, closedByPeer,
@@ -262,39 +239,36 @@ void Server::begin(Exchange& exchange, httplib::Request& request) {
     entry.method = request.method;
     entry.path = request.path;
     entry.httpVersion = request.version;
-    std::set<std::string> names;
-    for (const auto& header : request.headers) {
-        names.insert(lowered(header.first));
-    }
-    for (const char* addedByTheLibrary : {"remote_addr", "remote_port", "local_addr", "local_port"}) {
-        names.erase(addedByTheLibrary);
-    }
-    entry.headerNames.assign(names.begin(), names.end());
-    entry.contentType = request.get_header_value("Content-Type");
-    entry.accept = request.get_header_value("Accept");
-    entry.expect = request.get_header_value("Expect");
-    entry.chunked = request.has_header("Transfer-Encoding");
-    entry.authorizationPresent = request.has_header("Authorization");
-    entry.authorizationValid =
-        request.get_header_value_count("Authorization") == 1 &&
-        equalInConstantTime(request.get_header_value("Authorization"), "Bearer " + settings_.account.token);
+    exchange.headers = HeaderFields(exchange.connection.head());
+    const HeaderFields& headers = exchange.headers;
+    entry.headerNames = headers.names();
+    entry.contentType = headers.value("content-type");
+    entry.accept = headers.value("accept");
+    entry.expect = headers.value("expect");
+    entry.chunked = headers.has("transfer-encoding");
+    entry.authorizationPresent = headers.has("authorization");
+    const std::vector<std::string> credentials = headers.values("authorization");
+    entry.authorizationValid = credentials.size() == 1 &&
+                               equalInConstantTime(credentials.front(), "Bearer " + settings_.account.token);
 
-    const std::vector<std::string> lengths = values(request, "Content-Length");
-    std::uint64_t bodyLength = 0;
-    if (entry.chunked) {
-        // Its end can't be found without taking it apart, so what follows on the connection is unusable.
-        bodyLength = std::numeric_limits<std::uint64_t>::max();
-        exchange.length = lengths.empty() ? Exchange::Length::absent : Exchange::Length::unusable;
-    } else if (!lengths.empty()) {
-        entry.contentLength = lengths.size() == 1 ? number(lengths.front()) : std::nullopt;
-        bodyLength = entry.contentLength.value_or(std::numeric_limits<std::uint64_t>::max());
-        exchange.length = entry.contentLength ? Exchange::Length::known : Exchange::Length::unusable;
+    const std::vector<std::string> lengths = headers.values("content-length");
+    if (lengths.size() == 1 && !entry.chunked) {
+        entry.contentLength = number(lengths.front());
     }
+    if (entry.contentLength) {
+        exchange.length = Exchange::Length::known;
+    } else if (!lengths.empty()) {
+        exchange.length = Exchange::Length::unusable;
+    }
+    // Without a length a POST or PUT may be followed by anything, so the connection ends with it.
+    const bool bodiless = request.method != "POST" && request.method != "PUT" && !entry.chunked &&
+                          exchange.length == Exchange::Length::absent;
     const bool asksFirst = lowered(entry.expect) == "100-continue";
     // The library would answer before it is known whether the body is wanted.
     request.headers.erase("Expect");
-    exchange.connection.begin(bodyLength, asksFirst ? Connection::Expectation::continueFirst
-                                                    : Connection::Expectation::none);
+    exchange.connection.expectBody(bodiless ? std::optional<std::uint64_t>(0) : entry.contentLength,
+                                   asksFirst ? Connection::Expectation::continueFirst
+                                             : Connection::Expectation::none);
 
     const bool listing = request.path == "/api/posts" && request.method == "GET";
     if (listing || request.path == "/log" || request.path == "/faults" || request.path == "/faults/release") {
@@ -330,7 +304,7 @@ void Server::dispatch(Exchange& exchange, const httplib::Request& request, httpl
     if (exchange.length == Exchange::Length::unusable) {
         throw Refusal(400, "the body's length is not one decimal number");
     }
-    if (!namesLoopback(request)) {
+    if (!namesLoopback(exchange.headers)) {
         throw Refusal(403, "this server answers to its loopback address only");
     }
     if (exchange.kind == Exchange::Kind::control) {
@@ -347,13 +321,12 @@ Server::Spoiled Server::applyFault(Exchange& exchange, httplib::Response& respon
     const Fault& fault = *exchange.fault;
     Connection& connection = exchange.connection;
     if (fault.delay.count() > 0) {
-        const WaitEnd end = stalls_.wait(connection.socket(), fault.delay);
+        const WaitEnd end = connection.pause(fault.delay);
         if (end == WaitEnd::peerGone || end == WaitEnd::stopping) {
             connection.drop(Interruption::close);
         }
     }
-    if (fault.stallBeforeHandling &&
-        stalls_.wait(connection.socket(), fault.stallLimit) != WaitEnd::released) {
+    if (fault.stallBeforeHandling && connection.pause(fault.stallLimit) != WaitEnd::released) {
         connection.drop(Interruption::close);
     }
     connection.setFault(fault);
@@ -387,11 +360,11 @@ void Server::route(Exchange& exchange, const httplib::Request& request, httplib:
     const std::string& path = request.path;
     if (path == "/api/posts/presign") {
         if (requireMethod(request, response, {"POST"}) == MethodIs::allowed) {
-            presign(exchange, request, response);
+            presign(exchange, response);
         }
     } else if (path == "/api/posts/sync") {
         if (requireMethod(request, response, {"POST"}) == MethodIs::allowed) {
-            sync(exchange, request, response);
+            sync(exchange, response);
         }
     } else if (path.starts_with(storePrefix)) {
         if (requireMethod(request, response, {"PUT"}) == MethodIs::allowed) {
@@ -414,7 +387,7 @@ void Server::route(Exchange& exchange, const httplib::Request& request, httplib:
     }
 }
 
-std::string Server::apiBody(Exchange& exchange, const httplib::Request& request) {
+std::string Server::apiBody(Exchange& exchange) {
     if (exchange.length == Exchange::Length::absent) {
         throw Refusal(411, "the body needs a Content-Length");
     }
@@ -429,22 +402,22 @@ std::string Server::apiBody(Exchange& exchange, const httplib::Request& request)
     if (!exchange.entry.authorizationValid) {
         throw Refusal(401, "the token is missing or unknown");
     }
-    for (const std::string& userId : values(request, "X-Cadora-User-Id")) {
+    for (const std::string& userId : exchange.headers.values("x-cadora-user-id")) {
         if (userId != settings_.account.userId) {
             throw Refusal(403, "the token belongs to another user");
         }
     }
-    if (mediaType(request.get_header_value("Content-Type")) != json) {
+    if (mediaType(exchange.headers.value("content-type")) != json) {
         throw Refusal(415, "the body must be application/json");
     }
-    if (!acceptsJson(request)) {
+    if (!acceptsJson(exchange.headers)) {
         throw Refusal(406, "the answer is application/json");
     }
     return body;
 }
 
-void Server::presign(Exchange& exchange, const httplib::Request& request, httplib::Response& response) {
-    const PresignOrder order = parsePresignOrder(apiBody(exchange, request));
+void Server::presign(Exchange& exchange, httplib::Response& response) {
+    const PresignOrder order = parsePresignOrder(apiBody(exchange));
     const std::int64_t expires = std::time(nullptr) + settings_.expiresIn;
     nlohmann::json urls = nlohmann::json::object();
     nlohmann::json headers = nlohmann::json::object();
@@ -460,8 +433,8 @@ void Server::presign(Exchange& exchange, const httplib::Request& request, httpli
     answer(response, 200, {{"urls", urls}, {"headers", headers}, {"expires_in", settings_.expiresIn}});
 }
 
-void Server::sync(Exchange& exchange, const httplib::Request& request, httplib::Response& response) {
-    const Post order = parseSyncOrder(apiBody(exchange, request));
+void Server::sync(Exchange& exchange, httplib::Response& response) {
+    const Post order = parseSyncOrder(apiBody(exchange));
     for (const std::string& key : order.uploadedFiles) {
         if (!objects_.size(order.uuid, key)) {
             throw Refusal(409, "\"" + key + "\" was never uploaded");
@@ -485,7 +458,7 @@ void Server::putObject(Exchange& exchange, const httplib::Request& request, http
             return request.get_param_value_count(name) == 1 ? std::optional(request.get_param_value(name))
                                                             : std::nullopt;
         },
-        [&](const std::string& name) { return values(request, name); }, std::time(nullptr));
+        [&](const std::string& name) { return exchange.headers.values(name); }, std::time(nullptr));
     switch (verdict) {
     case SignatureVerdict::accepted:
         break;
@@ -611,7 +584,7 @@ void Server::control(Exchange& exchange, const httplib::Request& request, httpli
         answer(response, 200, nlohmann::json::object());
     } else {
         // A web page can't send this type to another site without asking, and it would be refused.
-        if (mediaType(request.get_header_value("Content-Type")) != json) {
+        if (mediaType(exchange.headers.value("content-type")) != json) {
             throw Refusal(415, "faults are application/json");
         }
         std::string body;

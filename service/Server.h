@@ -2,6 +2,7 @@
 
 #include "service/Connection.h"
 #include "service/FaultScript.h"
+#include "service/HeaderFields.h"
 #include "service/HttpListener.h"
 #include "service/ObjectStore.h"
 #include "service/PostBook.h"
@@ -72,6 +73,7 @@ private:
         explicit Exchange(Connection& itsConnection) : connection(itsConnection) {}
 
         Connection& connection;
+        HeaderFields headers;
         LoggedRequest entry;
         enum class Kind { unread, service, control } kind = Kind::unread;
         enum class Length { known, absent, unusable } length = Length::absent;
@@ -89,9 +91,9 @@ private:
     Spoiled applyFault(Exchange& exchange, httplib::Response& response);
     void route(Exchange& exchange, const httplib::Request& request, httplib::Response& response);
 
-    void presign(Exchange& exchange, const httplib::Request& request, httplib::Response& response);
-    void sync(Exchange& exchange, const httplib::Request& request, httplib::Response& response);
-    std::string apiBody(Exchange& exchange, const httplib::Request& request);
+    void presign(Exchange& exchange, httplib::Response& response);
+    void sync(Exchange& exchange, httplib::Response& response);
+    std::string apiBody(Exchange& exchange);
     void putObject(Exchange& exchange, const httplib::Request& request, httplib::Response& response);
     void storeObject(Exchange& exchange, std::string_view uuid, std::string_view key,
                      httplib::Response& response);

@@ -15,16 +15,21 @@ bool peerHasClosed(int socket) {
 
 } // namespace
 
-WaitEnd Stalls::wait(int socket, std::chrono::milliseconds limit) {
+std::uint64_t Stalls::releases() const {
+    const std::lock_guard lock(mutex_);
+    return releases_;
+}
+
+WaitEnd Stalls::wait(int socket, std::chrono::milliseconds limit, std::uint64_t& seen) {
     constexpr std::chrono::milliseconds betweenLooksAtThePeer(20);
     const auto deadline = std::chrono::steady_clock::now() + limit;
     std::unique_lock lock(mutex_);
-    const std::uint64_t before = releases_;
     for (;;) {
         if (stopping_) {
             return WaitEnd::stopping;
         }
-        if (releases_ != before) {
+        if (releases_ != seen) {
+            seen = releases_;
             return WaitEnd::released;
         }
         const auto now = std::chrono::steady_clock::now();

@@ -13,6 +13,9 @@
 namespace cadora::test {
 
 RawConnection::RawConnection(std::uint16_t port) : socket_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    if (socket_ < 0) {
+        throw std::system_error(errno, std::generic_category(), "socket");
+    }
     const timeval limit{20, 0};
     ::setsockopt(socket_, SOL_SOCKET, SO_RCVTIMEO, &limit, sizeof limit);
     ::setsockopt(socket_, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit);
@@ -27,7 +30,9 @@ RawConnection::RawConnection(std::uint16_t port) : socket_(::socket(AF_INET, SOC
     }
 }
 
-RawConnection::~RawConnection() { close(); }
+RawConnection::~RawConnection() {
+    close();
+}
 
 void RawConnection::send(std::string_view bytes) {
     while (!bytes.empty()) {
@@ -39,7 +44,9 @@ void RawConnection::send(std::string_view bytes) {
     }
 }
 
-void RawConnection::endSending() { ::shutdown(socket_, SHUT_WR); }
+void RawConnection::endSending() {
+    ::shutdown(socket_, SHUT_WR);
+}
 
 void RawConnection::close() {
     if (socket_ >= 0) {

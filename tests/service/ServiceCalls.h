@@ -27,7 +27,8 @@ struct PresignedUpload {
 
 /// Each makes one call and fails the test when it gets no answer, or none with the status 200 where the
 /// result needs it.
-httplib::Response postJson(const ServiceProcess& service, const std::string& path, const nlohmann::json& body);
+httplib::Response postJson(const ServiceProcess& service, const std::string& path,
+                           const nlohmann::json& body);
 PresignedUpload presign(const ServiceProcess& service, const std::string& uuid,
                         const std::string& key = "audio");
 httplib::Response put(const ServiceProcess& service, const PresignedUpload& upload, const std::string& body);

@@ -6,9 +6,6 @@
 #include <array>
 #include <cerrno>
 #include <csignal>
-#include <cstdlib>
-#include <fstream>
-#include <iterator>
 #include <stdexcept>
 #include <system_error>
 #include <thread>
@@ -30,14 +27,6 @@ constexpr std::chrono::seconds endLimit(20);
 constexpr std::chrono::milliseconds betweenLooks(5);
 
 using Clock = std::chrono::steady_clock;
-
-std::filesystem::path makeTemporaryFolder() {
-    std::string name = (std::filesystem::temp_directory_path() / "cadora-service-XXXXXX").string();
-    if (::mkdtemp(name.data()) == nullptr) {
-        throw std::system_error(errno, std::generic_category(), "mkdtemp");
-    }
-    return name;
-}
 
 /// The first line that the pipe delivers, without its end.
 std::string readLine(int pipe) {
@@ -93,13 +82,13 @@ bool ServiceRequest::hasHeader(const std::string& lowerCaseName) const {
 }
 
 ServiceProcess::ServiceProcess(Options options)
-    : temporary_(makeTemporaryFolder()), data_(options.data.empty() ? temporary_ / "data" : options.data),
-      log_(temporary_ / "requests.jsonl") {
+    : data_(options.data.empty() ? temporary_.path() / "data" : options.data),
+      log_(temporary_.path() / "requests.jsonl") {
     try {
         std::vector<std::string> arguments = {
             CADORA_SERVICE_PROGRAM, "--data", data_.string(), "--log", log_.string(), "--exit-with-parent"};
         if (options.transport == ServiceTransport::https) {
-            const TestCertificate made = makeTestCertificate(temporary_);
+            const TestCertificate made = makeTestCertificate(temporary_.path());
             certificate_ = made.certificate;
             arguments.insert(arguments.end(),
                              {"--tls-cert", made.certificate.string(), "--tls-key", made.key.string()});
@@ -108,15 +97,12 @@ ServiceProcess::ServiceProcess(Options options)
         start(arguments);
     } catch (...) {
         terminate();
-        std::filesystem::remove_all(temporary_);
         throw;
     }
 }
 
 ServiceProcess::~ServiceProcess() {
     terminate();
-    std::error_code ignored;
-    std::filesystem::remove_all(temporary_, ignored);
 }
 
 void ServiceProcess::start(const std::vector<std::string>& arguments) {
@@ -178,8 +164,7 @@ std::uint16_t ServiceProcess::port() const {
 }
 
 std::string ServiceProcess::logText() const {
-    std::ifstream stream(log_, std::ios::binary);
-    return {std::istreambuf_iterator<char>(stream), std::istreambuf_iterator<char>()};
+    return readFile(log_);
 }
 
 void ServiceProcess::addFault(const nlohmann::json& fault) {
@@ -196,7 +181,8 @@ void ServiceProcess::releaseStalls() {
 
 std::vector<ServiceRequest> ServiceProcess::requests() const {
     std::vector<ServiceRequest> all;
-    for (const nlohmann::json& record : call("GET", "/log").at("requests")) {
+    const nlohmann::json answer = call("GET", "/log");
+    for (const nlohmann::json& record : answer.at("requests")) {
         all.push_back(fromJson(record));
     }
     return all;

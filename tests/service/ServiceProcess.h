@@ -1,5 +1,7 @@
 #pragma once
 
+#include "fakes/TemporaryDirectory.h"
+
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
@@ -100,7 +102,7 @@ private:
     nlohmann::json call(const std::string& method, const std::string& path,
                         const std::optional<nlohmann::json>& body = std::nullopt) const;
 
-    std::filesystem::path temporary_;
+    TemporaryDirectory temporary_;
     std::filesystem::path data_;
     std::filesystem::path certificate_;
     std::filesystem::path log_;

@@ -72,18 +72,34 @@ TEST_CASE("a signature is worth nothing under another secret") {
 TEST_CASE("whatever is signed can't be changed") {
     const UrlSigner signer("secret");
     Arrival changed = arrival(signer);
-    SUBCASE("the method") { changed.method = "GET"; }
-    SUBCASE("the path") { changed.path = "/store/abcd1235/audio"; }
-    SUBCASE("the expiry") { changed.query["expires"] = "2000"; }
-    SUBCASE("the list of headers") { changed.query["headers"] = "content-type"; }
-    SUBCASE("an empty list of headers") { changed.query["headers"] = ""; }
+    SUBCASE("the method") {
+        changed.method = "GET";
+    }
+    SUBCASE("the path") {
+        changed.path = "/store/abcd1235/audio";
+    }
+    SUBCASE("the expiry") {
+        changed.query["expires"] = "2000";
+    }
+    SUBCASE("the list of headers") {
+        changed.query["headers"] = "content-type";
+    }
+    SUBCASE("an empty list of headers") {
+        changed.query["headers"] = "";
+    }
     SUBCASE("a header's value") {
         changed.headers.erase("content-type");
         changed.headers.emplace("content-type", "audio/mpeg");
     }
-    SUBCASE("the signature") { changed.query["signature"].back() ^= 1; }
-    SUBCASE("the signature's length") { changed.query["signature"].pop_back(); }
-    SUBCASE("an expiry that is no number") { changed.query["expires"] = "1000x"; }
+    SUBCASE("the signature") {
+        changed.query["signature"].back() ^= 1;
+    }
+    SUBCASE("the signature's length") {
+        changed.query["signature"].pop_back();
+    }
+    SUBCASE("an expiry that is no number") {
+        changed.query["expires"] = "1000x";
+    }
     CHECK(changed.judgedBy(signer, 0) == SignatureVerdict::mismatch);
 }
 
@@ -96,8 +112,12 @@ TEST_CASE("a header whose end another begins gives another signature") {
 TEST_CASE("a signed header must be there once") {
     const UrlSigner signer("secret");
     Arrival changed = arrival(signer);
-    SUBCASE("missing") { changed.headers.erase("x-cadora-upload"); }
-    SUBCASE("repeated") { changed.headers.emplace("x-cadora-upload", "feed"); }
+    SUBCASE("missing") {
+        changed.headers.erase("x-cadora-upload");
+    }
+    SUBCASE("repeated") {
+        changed.headers.emplace("x-cadora-upload", "feed");
+    }
     CHECK(changed.judgedBy(signer, 0) == SignatureVerdict::headerMissing);
 }
 
