@@ -1,0 +1,34 @@
+#pragma once
+
+#include "platform/FileManager.h"
+#include "platform/UserDefaults.h"
+
+#include <filesystem>
+#include <mutex>
+
+namespace cadora {
+
+// One domain of user defaults, kept as one JSON object in a small file; another domain is another file. Every
+// call reads the file anew, so that a change made by hand counts at once.
+//
+// A file that is missing or can't be understood reads as empty. The next write keeps what could not be
+// understood beside the file, as "NAME.damaged-1", "-2" and so on; where that fails, the write is dropped.
+// Values of the file that no PropertyValue can hold read as absent and are kept.
+class FileUserDefaults : public UserDefaults {
+public:
+    // The file's folder is made when something is first written. `fileManager` must outlive this object.
+    FileUserDefaults(FileManager& fileManager, std::filesystem::path file);
+
+    std::optional<PropertyValue> object(const std::string& key) override;
+    void set(const std::string& key, std::optional<PropertyValue> value) override;
+
+private:
+    void setOrThrow(const std::string& key, const std::optional<PropertyValue>& value);
+    void keepDamagedFile();
+
+    FileManager& fileManager_;
+    std::filesystem::path file_;
+    std::mutex mutex_;
+};
+
+} // namespace cadora

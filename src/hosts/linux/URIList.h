@@ -1,0 +1,33 @@
+#pragma once
+
+#include "platform/Application.h"
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+// What file managers and command lines hand over: URIs and paths, mixed.
+namespace cadora {
+
+// The text with every byte escaped that a URI can't hold; escapes that are there stay. Programs that show
+// names unescaped also pass them on so.
+std::string escapedURI(std::string_view text);
+
+// Command-line arguments as URIs, which another process understands whatever its working directory, and which
+// carry any bytes. What doesn't look like a URI is a path.
+std::vector<std::string> uriList(const std::vector<std::string>& arguments,
+                                 const std::filesystem::path& workingDirectory);
+
+// A pasteboard made from URIs and absolute paths. What is neither is left out.
+class URIListPasteboard : public Pasteboard {
+public:
+    explicit URIListPasteboard(const std::vector<std::string>& urisAndPaths);
+
+    std::vector<URL> readURLs() const override { return urls_; }
+
+private:
+    std::vector<URL> urls_;
+};
+
+} // namespace cadora

@@ -1,0 +1,68 @@
+#include "hosts/linux/ThreadBackgroundExecutor.h"
+
+#include <doctest/doctest.h>
+
+#include <atomic>
+#include <future>
+#include <memory>
+#include <optional>
+#include <set>
+#include <thread>
+
+namespace cadora::test {
+
+TEST_CASE("jobs run off the caller's thread, and every one of them") {
+    ThreadBackgroundExecutor executor;
+    constexpr int count = 1000;
+    std::atomic<int> runs = 0;
+    std::atomic<bool> onCaller = false;
+    std::promise<void> all;
+    const auto caller = std::this_thread::get_id();
+    for (int i = 0; i < count; ++i) {
+        executor.run([&] {
+            onCaller = onCaller || std::this_thread::get_id() == caller;
+            if (++runs == count) {
+                all.set_value();
+            }
+        });
+    }
+    all.get_future().wait();
+    CHECK_FALSE(onCaller);
+}
+
+TEST_CASE("a job that takes its time does not hold up the next") {
+    ThreadBackgroundExecutor executor;
+    std::promise<void> release;
+    std::promise<void> second;
+    executor.run([&] { release.get_future().wait(); });
+    executor.run([&] { second.set_value(); });
+    second.get_future().wait();
+    release.set_value();
+}
+
+TEST_CASE("destroying the executor waits for the jobs that run, and no job outlives it") {
+    std::optional<ThreadBackgroundExecutor> executor(std::in_place);
+    const auto held = std::make_shared<int>();
+    std::promise<void> begun[2];
+    std::promise<void> release;
+    const std::shared_future<void> released = release.get_future().share();
+    std::atomic<int> ended = 0;
+    for (auto& promise : begun) {
+        executor->run([&] {
+            promise.set_value();
+            released.wait();
+            ++ended;
+        });
+    }
+    for (auto& promise : begun) {
+        promise.get_future().wait();
+    }
+    executor->run([held] {});
+    std::thread releaser([&] { release.set_value(); });
+    executor.reset();
+    releaser.join();
+    CHECK(ended == 2);
+    CHECK(held.use_count() == 1);
+}
+
+} // namespace cadora::test
