@@ -12,7 +12,6 @@
 
 #include <algorithm>
 #include <cstdlib>
-#include <regex>
 
 using namespace cadora;
 using test::Next;
@@ -147,12 +146,11 @@ TEST_CASE(
     "staging syncs the copy and its folder before the index names it, and the index before it replaces") {
     Scene scene;
     const std::string root = scene.store.root();
-    const std::regex temporary(R"(\.outbox\.json\.[0-9a-f]{16}\.tmp)");
     std::vector<std::string> changes;
     REQUIRE(runTraced([&] { scene.stage(); },
                       [&](const SystemCall& call) {
                           if (const auto change = call.changeBelow(root)) {
-                              changes.push_back(std::regex_replace(*change, temporary, "TEMPORARY"));
+                              changes.push_back(*change);
                           }
                           return Next::proceed;
                       }));

@@ -4,12 +4,14 @@
 #include <linux/fs.h>
 #include <sys/ptrace.h>
 #include <sys/syscall.h>
-#include <sys/uio.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <csignal>
+#include <cstdio>
 #include <filesystem>
+#include <fstream>
 #include <stdexcept>
 
 namespace cadora::test {
@@ -38,6 +40,10 @@ public:
 
     // Empty for what lies elsewhere.
     std::string below(const std::string& path) const {
+        const fs::path name = path;
+        if (name.extension() == ".tmp" && name.filename().native().starts_with('.')) {
+            return below(name.parent_path() / "TEMPORARY");
+        }
         return path == root_                   ? "."
                : path.starts_with(root_ + "/") ? path.substr(root_.size() + 1)
                                                : std::string();
@@ -45,23 +51,10 @@ public:
 
 private:
     std::string string(std::uint64_t address) const {
+        std::ifstream memory("/proc/" + std::to_string(call_.process) + "/mem", std::ios::binary);
+        memory.seekg(static_cast<std::streamoff>(address));
         std::string text;
-        // By aligned pieces, since what lies behind the text need not be readable.
-        while (text.size() < PATH_MAX) {
-            std::array<char, 16> piece{};
-            const std::size_t length = piece.size() - address % piece.size();
-            const iovec local{piece.data(), length};
-            const iovec remote{reinterpret_cast<void*>(address), length};
-            if (::process_vm_readv(call_.process, &local, 1, &remote, 1, 0) != static_cast<ssize_t>(length)) {
-                break;
-            }
-            const std::string_view got(piece.data(), length);
-            text += got.substr(0, got.find('\0'));
-            if (got.find('\0') != std::string_view::npos) {
-                break;
-            }
-            address += length;
-        }
+        std::getline(memory, text, '\0');
         return text;
     }
 
@@ -123,6 +116,8 @@ std::optional<std::string> SystemCall::changeBelow(const std::string& root) cons
 }
 
 bool runTraced(const std::function<void()>& operation, const std::function<Next(const SystemCall&)>& look) {
+    // What waits to be written would be written by the child, too.
+    std::fflush(nullptr);
     const pid_t child = ::fork();
     if (child == 0) {
         if (::ptrace(PTRACE_TRACEME, 0, nullptr, nullptr) != 0 || ::raise(SIGSTOP) != 0) {
