@@ -22,7 +22,7 @@ namespace cadora {
 namespace {
 
 // The containers of sound and the common ones of video. None of them is a list of other files.
-constexpr const char* allowedFormats = "wav,w64,aiff,mp3,mov,aac,caf,au,flac,ogg,matroska,avi";
+constexpr const char* allowedFormats = "wav,aiff,mp3,mov,aac,caf,au,flac,ogg,matroska,avi";
 
 constexpr const char* allowedDecoders =
     "pcm_u8,pcm_s8,pcm_s8_planar,pcm_s16le,pcm_s16be,pcm_u16le,pcm_u16be,pcm_s16le_planar,pcm_s16be_planar,"
@@ -51,7 +51,7 @@ int probeSizeFor(int descriptor) {
 
 } // namespace
 
-AudioSource::AudioSource(const OpenFile& file)
+AudioSource::AudioSource(const OpenFile& file, Edits edits)
     : io_(file, DescriptorIo::Mode::read), packet_(makePacket()), frame_(makeFrame()), silence_(makeFrame()) {
     AVFormatContext* context = avformat_alloc_context();
     if (context == nullptr) {
@@ -65,7 +65,7 @@ AudioSource::AudioSource(const OpenFile& file)
     context->codec_whitelist = av_strdup(allowedDecoders);
     context->protocol_whitelist = av_strdup("");
     format_.reset(context);
-    open();
+    open(edits);
     chooseStream();
 }
 
@@ -76,9 +76,12 @@ void AudioSource::failReading() const {
     throw notAudio();
 }
 
-void AudioSource::open() {
+void AudioSource::open(Edits edits) {
     AVFormatContext* context = format_.release(); // FFmpeg frees it when it fails
-    const int result = avformat_open_input(&context, "", nullptr, nullptr);
+    AVDictionary* options = nullptr;
+    av_dict_set_int(&options, "advanced_editlist", edits == Edits::applied ? 1 : 0, 0);
+    const int result = avformat_open_input(&context, "", nullptr, &options);
+    av_dict_free(&options);
     format_.reset(context);
     if (result == AVERROR(ENOMEM)) {
         throw outOfMemory();
@@ -127,7 +130,10 @@ const AVPacket* AudioSource::nextPacket() {
             }
             return nullptr; // the end, or where a damaged file stops making sense
         }
-        if (packet_->stream_index == stream_->index) {
+        // Of a file that was cut off, raw samples are good to the last; half a packet of others isn't.
+        const bool useless = (packet_->flags & AV_PKT_FLAG_CORRUPT) != 0 &&
+                             av_get_bits_per_sample(stream_->codecpar->codec_id) == 0;
+        if (packet_->stream_index == stream_->index && !useless) {
             return packet_.get();
         }
     }
@@ -137,7 +143,7 @@ bool AudioSource::seek(std::int64_t timestamp) {
     return av_seek_frame(format_.get(), stream_->index, timestamp, AVSEEK_FLAG_BACKWARD) >= 0;
 }
 
-void AudioSource::openDecoder() {
+CodecContextHandle AudioSource::makeDecoder() const {
     const AVCodec* codec = avcodec_find_decoder(stream_->codecpar->codec_id);
     if (codec == nullptr || av_match_name(codec->name, allowedDecoders) == 0) {
         const bool isProtected = stream_->codecpar->codec_tag == MKTAG('d', 'r', 'm', 's') ||
@@ -152,63 +158,85 @@ void AudioSource::openDecoder() {
                         "read here (") +
                 avcodec_get_name(stream_->codecpar->codec_id) + ").");
     }
-    decoder_.reset(avcodec_alloc_context3(codec));
-    if (!decoder_) {
+    CodecContextHandle decoder(avcodec_alloc_context3(codec));
+    if (!decoder) {
         throw std::bad_alloc();
     }
-    if (avcodec_parameters_to_context(decoder_.get(), stream_->codecpar) < 0) {
+    if (avcodec_parameters_to_context(decoder.get(), stream_->codecpar) < 0) {
         throw damaged();
     }
-    decoder_->pkt_timebase = stream_->time_base;
-    decoder_->thread_count = 1;
-    decoder_->codec_whitelist = av_strdup(allowedDecoders);
-    const int result = avcodec_open2(decoder_.get(), codec, nullptr);
+    decoder->pkt_timebase = stream_->time_base;
+    decoder->thread_count = 1;
+    decoder->codec_whitelist = av_strdup(allowedDecoders);
+    const int result = avcodec_open2(decoder.get(), codec, nullptr);
     if (result == AVERROR(ENOMEM)) {
         throw outOfMemory();
     }
     if (result < 0) {
         throw damaged();
     }
+    return decoder;
 }
 
-const AVFrame* AudioSource::silenceFor(const AVPacket& packet) {
+bool AudioSource::decodes(const AVPacket& packet) const {
+    const CodecContextHandle decoder = makeDecoder();
+    const FrameHandle frame = makeFrame();
+    return avcodec_send_packet(decoder.get(), &packet) >= 0 &&
+           avcodec_send_packet(decoder.get(), nullptr) >= 0 &&
+           avcodec_receive_frame(decoder.get(), frame.get()) >= 0;
+}
+
+void AudioSource::noteBadPacket(const AVPacket& packet) {
     ++badPackets_;
-    if (decoder_->sample_rate <= 0 || decoder_->sample_fmt == AV_SAMPLE_FMT_NONE ||
-        decoder_->ch_layout.nb_channels <= 0 || goodPackets_ == 0) {
-        return nullptr; // nothing was heard yet that the silence would keep in time
+    // Before anything was heard there is nothing that the silence would keep in time.
+    if (goodPackets_ > 0) {
+        constexpr std::int64_t longestPacket = 65536;
+        const std::int64_t samples =
+            av_rescale_q(packet.duration, stream_->time_base, AVRational{1, decoder_->sample_rate});
+        silenceOwed_ += std::clamp<std::int64_t>(samples, 0, longestPacket);
     }
-    const std::int64_t samples =
-        av_rescale_q(packet.duration, stream_->time_base, AVRational{1, decoder_->sample_rate});
-    constexpr std::int64_t longestPacket = 65536;
-    if (samples <= 0 || samples > longestPacket) {
-        return nullptr;
-    }
+}
+
+const AVFrame* AudioSource::owedSilence() {
+    constexpr std::int64_t longestPiece = 8192;
     av_frame_unref(silence_.get());
-    silence_->nb_samples = static_cast<int>(samples);
-    silence_->format = decoder_->sample_fmt;
-    silence_->sample_rate = decoder_->sample_rate;
-    if (av_channel_layout_copy(&silence_->ch_layout, &decoder_->ch_layout) < 0 ||
+    silence_->nb_samples = static_cast<int>(std::min(silenceOwed_, longestPiece));
+    silence_->format = frame_->format;
+    silence_->sample_rate = frame_->sample_rate;
+    if (av_channel_layout_copy(&silence_->ch_layout, &frame_->ch_layout) < 0 ||
         av_frame_get_buffer(silence_.get(), 0) < 0) {
         throw outOfMemory();
     }
     av_samples_set_silence(silence_->extended_data, 0, silence_->nb_samples, silence_->ch_layout.nb_channels,
-                           decoder_->sample_fmt);
+                           static_cast<AVSampleFormat>(silence_->format));
+    silenceOwed_ -= silence_->nb_samples;
     return silence_.get();
 }
 
 const AVFrame* AudioSource::nextFrame() {
     if (!decoder_) {
-        openDecoder();
+        decoder_ = makeDecoder();
+    }
+    if (frameState_ == FrameState::waitsBehindSilence) {
+        if (silenceOwed_ > 0) {
+            return owedSilence();
+        }
+        frameState_ = FrameState::given;
+        return frame_.get();
     }
     for (;;) {
         av_frame_unref(frame_.get());
         int result = avcodec_receive_frame(decoder_.get(), frame_.get());
         if (result >= 0) {
-            if (frame_->nb_samples > 0) {
-                ++goodPackets_;
-                return frame_.get();
+            if (frame_->nb_samples == 0) {
+                continue;
             }
-            continue;
+            ++goodPackets_;
+            if (silenceOwed_ > 0) {
+                frameState_ = FrameState::waitsBehindSilence;
+                return owedSilence();
+            }
+            return frame_.get();
         }
         if (result == AVERROR(ENOMEM)) {
             throw outOfMemory();
@@ -228,9 +256,7 @@ const AVFrame* AudioSource::nextFrame() {
             throw outOfMemory();
         }
         if (result < 0 && packet != nullptr) {
-            if (const AVFrame* silence = silenceFor(*packet)) {
-                return silence;
-            }
+            noteBadPacket(*packet);
         }
     }
 }

@@ -21,8 +21,8 @@ ExportError cannotWrite(int errorNumber) {
 ExportError notAudio() {
     return {
         ExportFailure::notAudio,
-        "The file couldn’t be opened: it isn’t a sound file of a kind that can be read, or its beginning is "
-        "damaged."};
+        "The file couldn’t be opened: it isn’t a sound file of a kind that can be read, or it is damaged or "
+        "incomplete."};
 }
 
 ExportError noSound() {

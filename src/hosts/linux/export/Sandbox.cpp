@@ -106,11 +106,11 @@ private:
 };
 
 scmp_arg_cmp equals(unsigned argument, std::uint64_t value) {
-    return SCMP_CMP64(argument, SCMP_CMP_EQ, value);
+    return {argument, SCMP_CMP_EQ, value, 0};
 }
 
 scmp_arg_cmp hasBits(unsigned argument, std::uint64_t mask, std::uint64_t value) {
-    return SCMP_CMP64(argument, SCMP_CMP_MASKED_EQ, mask, value);
+    return {argument, SCMP_CMP_MASKED_EQ, mask, value};
 }
 
 void filterSystemCalls(SandboxAccess access) {
@@ -186,7 +186,6 @@ void limitReading(std::int64_t fileSize) {
     // The slowest decoder needs about a second for 5 MB.
     constexpr std::int64_t bytesPerSecond = 500000;
     limit(RLIMIT_CPU, 60 + static_cast<rlim_t>(fileSize / bytesPerSecond), RLIM_INFINITY);
-    limit(RLIMIT_FSIZE, 0, RLIM_INFINITY);
 }
 
 void limitExport(double seconds) {

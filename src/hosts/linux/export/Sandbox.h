@@ -18,7 +18,7 @@ void enterSandbox(SandboxAccess access);
 // Bounds that an honest recording stays far below, so that a dishonest one can't take the machine with
 // it: memory is bounded by the sandbox, processor time (SIGXCPU) and the output's size (SIGXFSZ) by these.
 // Both can be called inside the sandbox.
-// Before anything is known but the size of the file in bytes, and before anything is written:
+// Before anything is known but the size of the file in bytes:
 void limitReading(std::int64_t fileSize);
 // Once the length of the sound in seconds is known; final.
 void limitExport(double seconds);

@@ -31,7 +31,7 @@ bool isMovie(const AudioSource& source) {
 
 // Containers whose packets carry exact durations; others round them or have none at the ends.
 bool hasExactPackets(const AudioSource& source) {
-    return isMovie(source) || av_match_name(source.formatName(), "wav,w64,aiff,mp3,aac,caf,au,flac") != 0;
+    return isMovie(source) || av_match_name(source.formatName(), "wav,aiff,mp3,aac,caf,au,flac") != 0;
 }
 
 // A header's claim holds if the file's last sample is where it says.
@@ -59,6 +59,7 @@ std::optional<std::int64_t> scannedSamples(AudioSource& source) {
     const AVStream& stream = source.stream();
     std::int64_t time = 0;
     std::int64_t skipped = 0;
+    const PacketHandle last = makePacket();
     while (const AVPacket* packet = source.nextPacket()) {
         if ((packet->flags & AV_PKT_FLAG_DISCARD) != 0) {
             continue;
@@ -67,11 +68,19 @@ std::optional<std::int64_t> scannedSamples(AudioSource& source) {
             return std::nullopt;
         }
         time += packet->duration;
+        av_packet_unref(last.get());
+        if (av_packet_ref(last.get(), packet) < 0) {
+            throw std::bad_alloc();
+        }
         size_t size = 0;
         const std::uint8_t* skip = av_packet_get_side_data(packet, AV_PKT_DATA_SKIP_SAMPLES, &size);
         if (skip != nullptr && size >= 10) {
             skipped += static_cast<std::int64_t>(AV_RL32(skip)) + AV_RL32(skip + 4);
         }
+    }
+    // Of a file that was cut off, the last packet may be a piece that is good for nothing.
+    if (last->size > 0 && !isRawSamples(stream) && !source.decodes(*last)) {
+        time -= last->duration;
     }
     return std::max<std::int64_t>(0, toSamples(stream, time) - skipped);
 }
@@ -87,12 +96,28 @@ SourceLength decodedLength(const OpenFile& file) {
     return length;
 }
 
-// Edit lists count in ticks of the whole movie, commonly 1/600 or 1/1000 s: where list and packets differ
-// by less than one, the list was only rounded.
-std::int64_t editedSamples(const AVStream& stream, std::int64_t scanned) {
-    const std::int64_t edited = toSamples(stream, stream.duration);
+// The edit list counts in ticks of the whole movie, commonly 1/600 or 1/1000 s: where it ends within one of
+// the packets' own end, it was only rounded.
+SourceLength movieLength(const AudioSource& edited) {
+    const AVStream& stream = edited.stream();
+    AudioSource unedited(edited.file(), AudioSource::Edits::ignored);
+    std::optional<std::int64_t> start;
+    std::int64_t end = 0;
+    while (const AVPacket* packet = unedited.nextPacket()) {
+        start = start ? start : packet->pts;
+        // FFmpeg stretches the last packet of the index to the stream's duration, forgetting the start.
+        const bool isLast = packet->pts + packet->duration == unedited.stream().duration;
+        end = isLast ? packet->pts + packet->duration + std::min<std::int64_t>(0, *start)
+                     : packet->pts + packet->duration;
+    }
+    std::int64_t samples = toSamples(stream, end - std::max<std::int64_t>(0, start.value_or(0)));
+    const std::int64_t marked = toSamples(stream, stream.duration);
     const std::int64_t tick = stream.codecpar->sample_rate / 600 + 1;
-    return stream.duration <= 0 || std::abs(scanned - edited) <= tick ? scanned : std::min(scanned, edited);
+    if (stream.duration > 0 && std::abs(samples - marked) > tick) {
+        samples = std::min(samples, marked);
+    }
+    return {std::max<std::int64_t>(0, samples), stream.codecpar->sample_rate,
+            SourceLength::Extent::markedPart};
 }
 
 } // namespace
@@ -107,6 +132,9 @@ SourceLength measureSource(const OpenFile& file) {
     if (const auto samples = claimedSamples(file)) {
         return {*samples, rate};
     }
+    if (isMovie(source)) {
+        return movieLength(source);
+    }
     const auto scanned = scannedSamples(source);
     if (const auto table = readCafPacketTable(file)) {
         const SourceLength length = scanned ? SourceLength{*scanned, rate} : decodedLength(file);
@@ -117,9 +145,6 @@ SourceLength measureSource(const OpenFile& file) {
     }
     if (!scanned) {
         return decodedLength(file);
-    }
-    if (isMovie(source)) {
-        return {editedSamples(stream, *scanned), rate, SourceLength::Extent::markedPart};
     }
     return {*scanned, rate};
 }
