@@ -100,7 +100,7 @@ class Service:
 
     def audio(self, post, path):
         """Saves the audio of a post."""
-        with urllib.request.urlopen(self.origin + post["audio_url"], timeout=START_TIMEOUT) as answer:
+        with urllib.request.urlopen(post["audio_url"], timeout=START_TIMEOUT) as answer:
             path.write_bytes(answer.read())
         return path
 
