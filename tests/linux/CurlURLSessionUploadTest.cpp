@@ -78,7 +78,7 @@ TEST_CASE("a file goes up whole, with its length and never in chunks") {
         connection.send(httpAnswer(201, "stored"));
     });
     UploadFixture fixture;
-    const Outcome outcome = fixture.upload(fixture.put(server), fixture.recording);
+    const RequestOutcome outcome = fixture.upload(fixture.put(server), fixture.recording);
     CHECK(outcome.status() == 201);
     CHECK((received == readFile(fixture.recording)));
     const std::string head = server.heads().at(0);
@@ -121,7 +121,7 @@ TEST_CASE("a server that refuses at once gets no body") {
         body = connection.drain();
     });
     UploadFixture fixture;
-    const Outcome outcome = fixture.upload(fixture.put(server), fixture.recording);
+    const RequestOutcome outcome = fixture.upload(fixture.put(server), fixture.recording);
     CHECK(outcome.status() == 403);
     CHECK(fixture.actor.runUntil([&] { return server.endedCount() == 1; }));
     CHECK(body == 0);
@@ -159,7 +159,7 @@ TEST_CASE("a file that can't be opened fails after the call, by its name and the
     ScriptedServer server([](Connection& connection) { connection.drain(); });
     UploadFixture fixture;
 
-    const Outcome missing = fixture.upload(fixture.put(server), fixture.folder.path() / "none.m4a");
+    const RequestOutcome missing = fixture.upload(fixture.put(server), fixture.folder.path() / "none.m4a");
     CHECK(missing.failure() == "“none.m4a” couldn’t be opened: No such file or directory");
     CHECK(missing.domain() == "POSIX");
     CHECK(missing.code() == ENOENT);
@@ -200,7 +200,7 @@ TEST_CASE("an upload keeps the file that it opened, whatever is renamed or delet
     });
     UploadFixture fixture;
     const std::string before = readFile(fixture.recording);
-    const auto outcome = std::make_shared<Outcome>();
+    const auto outcome = std::make_shared<RequestOutcome>();
     fixture.session->upload(fixture.put(server), fixture.recording, URLSessionFixture::into(outcome));
     std::filesystem::remove(fixture.recording);
     fixture.folder.file("recording.m4a", "another");
@@ -220,7 +220,7 @@ TEST_CASE("a file whose size changes while it goes up is a failure, and the serv
             sayContinue(connection, head);
             received = connection.drain();
         });
-        const Outcome outcome = fixture.upload(fixture.put(server), fixture.recording);
+        const RequestOutcome outcome = fixture.upload(fixture.put(server), fixture.recording);
         CHECK(outcome.failure() ==
               "“recording.m4a” couldn’t be uploaded: its size changed while it was being sent");
         CHECK(fixture.actor.runUntil([&] { return server.endedCount() == 1; }));
@@ -361,7 +361,7 @@ TEST_CASE("cancelling an upload closes the connection in the middle of the body"
         },
         {4096, {}});
     UploadFixture fixture;
-    const auto outcome = std::make_shared<Outcome>();
+    const auto outcome = std::make_shared<RequestOutcome>();
     const CancelAction cancel =
         fixture.session->upload(fixture.put(server), fixture.recording, URLSessionFixture::into(outcome));
     REQUIRE(fixture.actor.runUntil([&] { return arrived.load(); }));

@@ -17,7 +17,7 @@
 namespace cadora::test {
 
 // How a request ended, and how often its completion was called.
-struct Outcome {
+struct RequestOutcome {
     int calls = 0;
     std::optional<URLSession::Answer> answer;
     std::optional<PlatformError> error;
@@ -70,7 +70,7 @@ public:
         return request;
     }
 
-    static Completion<URLSession::Answer> into(const std::shared_ptr<Outcome>& outcome) {
+    static Completion<URLSession::Answer> into(const std::shared_ptr<RequestOutcome>& outcome) {
         return [outcome](Result<URLSession::Answer> result) {
             ++outcome->calls;
             if (const auto* error = std::get_if<std::exception_ptr>(&result)) {
@@ -85,19 +85,19 @@ public:
         };
     }
 
-    Outcome data(URLRequest request) {
-        const auto outcome = std::make_shared<Outcome>();
+    RequestOutcome data(URLRequest request) {
+        const auto outcome = std::make_shared<RequestOutcome>();
         session->data(std::move(request), into(outcome));
         return ended(outcome);
     }
 
-    Outcome upload(URLRequest request, std::filesystem::path file) {
-        const auto outcome = std::make_shared<Outcome>();
+    RequestOutcome upload(URLRequest request, std::filesystem::path file) {
+        const auto outcome = std::make_shared<RequestOutcome>();
         session->upload(std::move(request), std::move(file), into(outcome));
         return ended(outcome);
     }
 
-    Outcome ended(const std::shared_ptr<Outcome>& outcome) {
+    RequestOutcome ended(const std::shared_ptr<RequestOutcome>& outcome) {
         CHECK_MESSAGE(outcome->calls == 0, "the completion was called inside the call");
         REQUIRE(actor.runUntil([&] { return outcome->calls != 0; }));
         CHECK(outcome->calls == 1);

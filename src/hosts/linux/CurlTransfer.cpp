@@ -206,6 +206,10 @@ std::optional<Result<URLSession::Answer>> CurlTransfer::finish(CURLcode code) {
     if (stopped_) {
         return failure<URLSession::Answer>(*stopped_);
     }
+    if (code == CURLE_UNSUPPORTED_PROTOCOL && headerSize_ == 0) {
+        // What came doesn't begin as HTTP does.
+        return URLSession::Answer{"", URLResponse{std::nullopt}};
+    }
     if (code != CURLE_OK) {
         return failure<URLSession::Answer>(transferError(easy_.get(), code, details_.data(), context_));
     }

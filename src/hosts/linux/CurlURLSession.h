@@ -33,6 +33,8 @@ struct CurlURLSessionConfiguration {
 // Redirects are followed at most 20 times, and never from https to http. 301, 302 and 303 turn a request into
 // a GET, 307 and 308 repeat it. Authorization, Cookie and X-Cadora-* fields never go to another origin.
 //
+// Bytes that don't begin as an HTTP answer are an answer without status and without data.
+//
 // Failures are PlatformErrors of the domain "URLSession" with libcurl's codes, or of the domain "POSIX" where
 // the file to upload is the reason. A file whose size changes while it is being uploaded is a failure too.
 //
