@@ -268,7 +268,8 @@ TEST_CASE("a broken exchange is a failure in plain words") {
 
 TEST_CASE("an answer that is not HTTP has no status") {
     for (const char* bytes :
-         {"SSH-2.0-OpenSSH_9.2\r\n", "hidden\r\n\r\nHTTP/1.1 200 OK\r\n\r\n", "HTTX/1.1 200 OK\r\n\r\n"}) {
+         {"SSH-2.0-OpenSSH_9.2\r\n", "hidden\r\n\r\nHTTP/1.1 200 OK\r\n\r\n", "HTTX/1.1 200 OK\r\n\r\n",
+          "HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\nhidden\r\n"}) {
         ScriptedServer server(once(bytes));
         URLSessionFixture fixture;
         const RequestOutcome outcome = fixture.data(fixture.request(server.origin() + "/", "POST"));

@@ -111,6 +111,7 @@ void CurlTransfer::begin(CURLM* multi, CurlSockets& sockets) {
     }
     answer_.clear();
     headerSize_ = 0;
+    withinHeader_ = false;
     details_.front() = '\0';
 
     sockets_->watch(easy_.get());
@@ -206,7 +207,7 @@ std::optional<Result<URLSession::Answer>> CurlTransfer::finish(CURLcode code) {
     if (stopped_) {
         return failure<URLSession::Answer>(*stopped_);
     }
-    if (code == CURLE_UNSUPPORTED_PROTOCOL && headerSize_ == 0) {
+    if (code == CURLE_UNSUPPORTED_PROTOCOL && !withinHeader_) {
         // What came doesn't begin as HTTP does.
         return URLSession::Answer{"", URLResponse{std::nullopt}};
     }
@@ -294,10 +295,12 @@ bool CurlTransfer::accept(std::size_t total) {
     return false;
 }
 
-std::size_t CurlTransfer::receiveHeader(char*, std::size_t size, std::size_t count, void* transfer) {
+std::size_t CurlTransfer::receiveHeader(char* line, std::size_t size, std::size_t count, void* transfer) {
     auto& self = *static_cast<CurlTransfer*>(transfer);
-    self.headerSize_ += size * count;
-    return self.accept(self.headerSize_) ? size * count : CURL_WRITEFUNC_ERROR;
+    const std::size_t length = size * count;
+    self.withinHeader_ = line[0] != '\r' && line[0] != '\n';
+    self.headerSize_ += length;
+    return self.accept(self.headerSize_) ? length : CURL_WRITEFUNC_ERROR;
 }
 
 std::size_t CurlTransfer::receiveBody(char* bytes, std::size_t size, std::size_t count, void* transfer) {

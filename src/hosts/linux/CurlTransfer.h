@@ -99,7 +99,10 @@ private:
 
     int redirects_ = 0;
     std::string answer_;
+    // Of interim answers too.
     std::size_t headerSize_ = 0;
+    // The last line received was not the empty one.
+    bool withinHeader_ = false;
     // Why a callback stopped libcurl.
     std::optional<PlatformError> stopped_;
 

@@ -33,6 +33,9 @@ struct CurlURLSessionConfiguration {
 // Redirects are followed at most 20 times, and never from https to http. 301, 302 and 303 turn a request into
 // a GET, 307 and 308 repeat it. Authorization, Cookie and X-Cadora-* fields never go to another origin.
 //
+// A connection that was kept and that the server closes before it answers is replaced, and the request sent
+// again there: the server gave it up while it was idle.
+//
 // Bytes that don't begin as an HTTP answer are an answer without status and without data.
 //
 // Failures are PlatformErrors of the domain "URLSession" with libcurl's codes, or of the domain "POSIX" where
