@@ -10,10 +10,10 @@ namespace {
 
 constexpr std::string_view style = R"(
 :root { color-scheme: light dark; --ink: #1d1b22; --soft: #5d5967; --paper: #faf8f5; --card: #ffffff;
-        --line: #ddd8d0; --accent: #7a2e5d; --accent-ink: #ffffff; }
+        --line: #ddd8d0; --edge: #85808e; --accent: #7a2e5d; --accent-ink: #ffffff; }
 @media (prefers-color-scheme: dark) {
   :root { --ink: #f2eff5; --soft: #b5afbf; --paper: #17151b; --card: #221f28; --line: #3a3642;
-          --accent: #e7a3cb; --accent-ink: #2a1120; }
+          --edge: #817b8c; --accent: #e7a3cb; --accent-ink: #2a1120; }
 }
 * { box-sizing: border-box; }
 body { margin: 0; background: var(--paper); color: var(--ink); font: 1rem/1.5 system-ui, sans-serif; }
@@ -29,9 +29,10 @@ dl { display: flex; flex-wrap: wrap; gap: .25rem 1.25rem; margin: .25rem 0 .75re
 dl div { display: flex; gap: .35rem; }
 dt::after { content: ":"; }
 dd { margin: 0; }
-audio { width: 100%; }
+.card > :last-child { margin-bottom: 0; }
+audio { display: block; width: 100%; }
 button { display: block; width: 100%; margin: 0 0 .75rem; padding: .75rem 1rem; font: inherit;
-         border: 1px solid var(--line); border-radius: .5rem; background: var(--card); color: var(--ink);
+         border: 1px solid var(--edge); border-radius: .5rem; background: var(--card); color: var(--ink);
          cursor: pointer; }
 button.first { background: var(--accent); border-color: var(--accent); color: var(--accent-ink); }
 button:focus-visible, audio:focus-visible { outline: 3px solid var(--accent); outline-offset: 2px; }
