@@ -263,13 +263,14 @@ TEST_CASE("an answer may break off after so many bytes") {
     }
 }
 
-TEST_CASE("an answer may stall in its middle and go on") {
+TEST_CASE("an answer may stall in its middle, its request logged as ended, and go on") {
     ServiceProcess service;
     service.addFault(
         {{"path", "/posts"}, {"stall_after_response_bytes", 9}, {"count_response_from", "body"}});
     RawConnection connection(service.port());
     connection.send(getPosts);
     CHECK(connection.readUntil("<!doctype").ends_with("\r\n\r\n<!doctype"));
+    CHECK(service.requests().front().ended);
     service.clearFaults();
     CHECK(connection.readUntil("</html>\n").starts_with(" html>"));
 }
