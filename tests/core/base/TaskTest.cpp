@@ -280,8 +280,8 @@ Task<void> compute(MainActor& actor, BackgroundExecutor& executor, std::thread::
 
 Task<void> computeBadly(MainActor& actor, BackgroundExecutor& executor, Trace& trace) {
     try {
-        auto step =
-            runInBackground(actor, executor, []() -> int { throw std::runtime_error("off the main thread"); });
+        auto step = runInBackground(actor, executor,
+                                    []() -> int { throw std::runtime_error("off the main thread"); });
         co_await step;
     } catch (const std::runtime_error& error) {
         trace.emplace_back(error.what());
