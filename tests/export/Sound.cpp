@@ -4,6 +4,7 @@
 #include "fakes/TemporaryDirectory.h"
 
 extern "C" {
+#include <libavutil/log.h>
 #include <libavutil/mem.h>
 #include <libavutil/tx.h>
 }
@@ -259,6 +260,9 @@ Sound decodeIndependently(const std::filesystem::path& path) {
 }
 
 namespace {
+
+// The libraries talk on standard error otherwise.
+[[maybe_unused]] const bool quiet = (av_log_set_level(AV_LOG_QUIET), true);
 
 constexpr int spectrumSize = 4096;
 
