@@ -17,7 +17,8 @@ using namespace cadora::test;
 
 namespace {
 
-constexpr int frameSize = AacEncoder::frameSize;
+constexpr std::int64_t frameSize = AacEncoder::frameSize;
+constexpr std::int64_t second = 44100; // samples
 using Packets = std::vector<std::vector<std::uint8_t>>;
 
 // A WAV file as the encoders' source.
@@ -77,9 +78,9 @@ EncodingPlan smallPlan(int threads) {
 } // namespace
 
 TEST_CASE("the packets are the same for any number of threads, and whatever the memory allows") {
-    const Source source(makeMusic({}, 25 * 44100));
+    const Source source(makeMusic({}, 25 * second));
     const Packets packets = source.inChunks(smallPlan(1));
-    CHECK(packets.size() == (25 * 44100 + frameSize - 1) / frameSize + 1);
+    CHECK(packets.size() == static_cast<std::size_t>((25 * second + frameSize - 1) / frameSize + 1));
     CHECK(packets == source.inChunks(smallPlan(2)));
     CHECK(packets == source.inChunks(smallPlan(7)));
     EncodingPlan poor = smallPlan(7);
@@ -91,7 +92,7 @@ TEST_CASE("the packets are the same for any number of threads, and whatever the 
 
 TEST_CASE("a sound that offers no seam is encoded in sequence") {
     // Clicks so close that no window is long.
-    Sound clicks{44100, {std::vector<float>(20 * 44100), std::vector<float>(20 * 44100)}};
+    Sound clicks{44100, {std::vector<float>(20U * second), std::vector<float>(20U * second)}};
     for (std::size_t i = 0; i < clicks.channels[0].size(); i += 700) {
         clicks.channels[0][i] = clicks.channels[1][i] = 0.9F;
     }
@@ -118,7 +119,7 @@ TEST_CASE("chunks end where the sound ends, wherever that is") {
 }
 
 TEST_CASE("an error of the one who takes the packets ends all threads") {
-    const Source source(makeMusic({}, 20 * 44100));
+    const Source source(makeMusic({}, 20 * second));
     int count = 0;
     const auto run = [&] {
         source.encode([&](PcmReader& reader, const PacketSink&) {
@@ -225,7 +226,7 @@ private:
 
     static WavSettings settings() {
         WavSettings settings;
-        settings.frames = std::int64_t{44100} * 240;
+        settings.frames = 240 * second;
         return settings;
     }
 
@@ -263,7 +264,7 @@ private:
     template <typename MakeSeam> SeamReport report(const MakeSeam& makeSeam) const {
         SeamReport report;
         int seams = 0;
-        const auto last = static_cast<std::int64_t>(single_.size()) - 2 * window;
+        const auto last = static_cast<std::int64_t>(single_.size()) - std::int64_t{2} * window;
         for (std::int64_t nominal = chunkFrames; nominal < last; nominal += chunkFrames) {
             const Seam seam = makeSeam(nominal);
             if (seam.number < 0) {

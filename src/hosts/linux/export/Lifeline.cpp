@@ -85,7 +85,7 @@ void yieldToTheUser() {
     syscall(SYS_ioprio_set, wholeProcess, 0, bestEffort | lowest);
 }
 
-void endWhenStuck() {
+void endWhenStuck(std::chrono::milliseconds period) {
     stuckAnswer =
         errorAnswer({ExportFailure::outOfResources,
                      "The file couldn’t be converted: the work on it got stuck. It is probably damaged."});
@@ -103,7 +103,8 @@ void endWhenStuck() {
     action.sa_handler = SIG_IGN;
     sigaction(SIGXFSZ, &action, nullptr);
     itimerval timer{};
-    timer.it_interval.tv_sec = 40;
+    timer.it_interval.tv_sec = period.count() / 1000;
+    timer.it_interval.tv_usec = period.count() % 1000 * 1000;
     timer.it_value = timer.it_interval;
     setitimer(ITIMER_REAL, &timer, nullptr);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <chrono>
+
 namespace cadora {
 
 // Ends this process at once when the one that started it goes: a recording that nobody waits for isn't
@@ -21,9 +23,9 @@ private:
 // started later inherit it.
 void yieldToTheUser();
 
-// From now on a worker that makes no progress for a minute or more, or runs out of its processor time,
-// answers with an error of its own and ends.
-void endWhenStuck();
+// From now on a worker that makes no progress for two periods, or runs out of its processor time, answers
+// with an error of its own and ends.
+void endWhenStuck(std::chrono::milliseconds period = std::chrono::seconds(40));
 
 // Tells that the work goes on. From any thread.
 void noteProgress();

@@ -1,0 +1,188 @@
+#include "hosts/linux/export/Sandbox.h"
+
+#include "fakes/TemporaryDirectory.h"
+
+#include <doctest/doctest.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstring>
+#include <fcntl.h>
+#include <functional>
+#include <string>
+#include <sys/mman.h>
+#include <sys/ptrace.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <thread>
+#include <unistd.h>
+#include <vector>
+
+using namespace cadora;
+using namespace cadora::test;
+
+namespace {
+
+// Runs something in a process of its own that is locked in, with a source and an output at 3 and 4.
+// Gives what it returns, or 1000 and the signal that ended it.
+int inside(SandboxAccess access, const std::function<int()>& attempt) {
+    const TemporaryDirectory folder;
+    const std::string source = folder.file("source", "abcdef").string();
+    const std::string output = (folder.path() / "output").string();
+    const pid_t pid = fork();
+    if (pid == 0) {
+        const int in = open(source.c_str(), O_RDONLY);
+        const int out = open(output.c_str(), O_RDWR | O_CREAT, 0600);
+        const int high[] = {fcntl(in, F_DUPFD, 100), fcntl(out, F_DUPFD, 101)};
+        dup2(high[0], 3);
+        dup2(high[1], 4);
+        try {
+            enterSandbox(access);
+        } catch (const std::exception&) {
+            _exit(250);
+        }
+        _exit(attempt());
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    return WIFSIGNALED(status) ? 1000 + WTERMSIG(status) : WEXITSTATUS(status);
+}
+
+// Of an attempt that is to be refused: 0 when it was.
+int refused(long result) {
+    return result < 0 && (errno == EPERM || errno == EACCES) ? 0 : 1;
+}
+
+} // namespace
+
+TEST_CASE("what the worker needs works inside the sandbox") {
+    CHECK(inside(SandboxAccess::readSourceAndWriteOutput, [] {
+              char byte = 0;
+              if (pread(3, &byte, 1, 2) != 1 || byte != 'c' || pwrite(4, "x", 1, 5) != 1 ||
+                  pread(4, &byte, 1, 5) != 1 || byte != 'x') {
+                  return 1;
+              }
+              std::vector<char> memory(64 << 20, 'm');
+              int result = 2;
+              std::thread([&] { result = memory.back() == 'm' ? 0 : 3; }).join();
+              return result;
+          }) == 0);
+}
+
+TEST_CASE("no file can be opened, made, looked at, renamed or deleted inside the sandbox") {
+    const std::vector<std::function<long()>> attempts = {
+        [] { return open("/etc/passwd", O_RDONLY); },
+        [] { return open("/tmp/made-inside", O_WRONLY | O_CREAT, 0600); },
+        [] { return syscall(SYS_openat2, AT_FDCWD, "/etc/passwd", nullptr, 0); },
+        [] { return syscall(SYS_open, "/etc/passwd", O_RDONLY); },
+        [] {
+            struct stat status{};
+            return static_cast<long>(stat("/etc/passwd", &status));
+        },
+        [] { return static_cast<long>(access("/etc/passwd", R_OK)); },
+        [] { return static_cast<long>(unlink("/tmp/no-such-file")); },
+        [] { return static_cast<long>(rename("/tmp/a", "/tmp/b")); },
+        [] { return static_cast<long>(mkdir("/tmp/made-inside", 0700)); },
+        [] { return static_cast<long>(chdir("/")); },
+        [] { return syscall(SYS_memfd_create, "x", 0); },
+        [] { return static_cast<long>(dup(3)); },
+        [] { return static_cast<long>(fcntl(3, F_DUPFD, 10)); },
+        [] { return static_cast<long>(pwrite(3, "x", 1, 0)); },
+        [] { return static_cast<long>(ftruncate(4, 0)); },
+        [] { return syscall(SYS_io_uring_setup, 1, nullptr); },
+    };
+    for (std::size_t i = 0; i < attempts.size(); ++i) {
+        CAPTURE(i);
+        CHECK(inside(SandboxAccess::readSourceAndWriteOutput, [&] { return refused(attempts[i]()); }) == 0);
+    }
+}
+
+TEST_CASE("no socket, program, process or foreign memory is within reach of the sandbox") {
+    const pid_t parent = getpid();
+    const std::vector<std::function<long()>> attempts = {
+        [] { return static_cast<long>(socket(AF_INET, SOCK_STREAM, 0)); },
+        [] { return static_cast<long>(socket(AF_UNIX, SOCK_STREAM, 0)); },
+        [] {
+            int pair[2];
+            return static_cast<long>(socketpair(AF_UNIX, SOCK_STREAM, 0, pair));
+        },
+        [] {
+            int pair[2];
+            return static_cast<long>(pipe(pair));
+        },
+        [] {
+            char* const none[] = {nullptr};
+            return static_cast<long>(execve("/bin/true", none, none));
+        },
+        [] { return static_cast<long>(fork()); },
+        [] { return syscall(SYS_clone3, nullptr, 0) < 0 && errno == ENOSYS ? (errno = EPERM, -1L) : 0L; },
+        [] { return syscall(SYS_clone, SIGCHLD, nullptr, nullptr, nullptr, 0); },
+        [parent] { return ptrace(PTRACE_ATTACH, parent, nullptr, nullptr); },
+        [parent] { return static_cast<long>(kill(parent, 0)); },
+        [parent] { return syscall(SYS_tgkill, parent, parent, 0); },
+        [parent] { return syscall(SYS_pidfd_open, parent, 0); },
+        [parent] { return syscall(SYS_process_vm_readv, parent, nullptr, 0, nullptr, 0, 0); },
+        [parent] {
+            struct rlimit limit{};
+            return static_cast<long>(prlimit(parent, RLIMIT_CORE, nullptr, &limit));
+        },
+        [] {
+            return reinterpret_cast<long>(
+                mmap(nullptr, 4096, PROT_READ | PROT_EXEC, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
+        },
+        [] { return reinterpret_cast<long>(mmap(nullptr, 4096, PROT_READ, MAP_PRIVATE, 3, 0)); },
+        [] {
+            void* page = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+            return static_cast<long>(mprotect(page, 4096, PROT_READ | PROT_EXEC));
+        },
+        [] { return syscall(SYS_bpf, 0, nullptr, 0); },
+        [] { return syscall(SYS_keyctl, 0, 0); },
+        [] { return syscall(SYS_unshare, CLONE_NEWUSER); },
+        [] { return static_cast<long>(setuid(0)); },
+    };
+    for (std::size_t i = 0; i < attempts.size(); ++i) {
+        CAPTURE(i);
+        CHECK(inside(SandboxAccess::readSourceAndWriteOutput, [&] { return refused(attempts[i]()); }) == 0);
+    }
+}
+
+TEST_CASE("a thread that is started inside the sandbox is locked in as well") {
+    CHECK(inside(SandboxAccess::readSource, [] {
+              int result = 1;
+              std::thread([&] { result = refused(open("/etc/passwd", O_RDONLY)); }).join();
+              return result;
+          }) == 0);
+}
+
+TEST_CASE("who only measures can't write, and finds every other descriptor closed") {
+    CHECK(inside(SandboxAccess::readSource, [] { return refused(pwrite(4, "x", 1, 0)); }) == 0);
+    CHECK(inside(SandboxAccess::readSource, [] { return refused(pread(100, nullptr, 0, 0)); }) == 0);
+}
+
+TEST_CASE("memory beyond any recording's needs isn't given") {
+    CHECK(inside(SandboxAccess::readSource, [] {
+              void* block = mmap(nullptr, std::size_t{2} << 30, PROT_READ | PROT_WRITE,
+                                 MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+              return block == MAP_FAILED && errno == ENOMEM ? 0 : 1;
+          }) == 0);
+}
+
+TEST_CASE("processor time and output are bounded by the length of the sound") {
+    CHECK(inside(SandboxAccess::readSourceAndWriteOutput, [] {
+              limitReading(1000);
+              limitExport(60);
+              struct rlimit time{};
+              struct rlimit size{};
+              getrlimit(RLIMIT_CPU, &time);
+              getrlimit(RLIMIT_FSIZE, &size);
+              if (time.rlim_cur != 240 || time.rlim_max != 250) {
+                  return 1;
+              }
+              std::signal(SIGXFSZ, SIG_IGN);
+              const auto beyond = static_cast<off_t>(size.rlim_cur);
+              return beyond < 20000000 && pwrite(4, "x", 1, beyond) < 0 && errno == EFBIG ? 0 : 2;
+          }) == 0);
+}
