@@ -43,14 +43,20 @@ public:
             texts.push_back(argument.data());
         }
         texts.push_back(nullptr);
-        const int problem = ::posix_spawnp(&pid_, texts.front(), &actions, nullptr, texts.data(), environ);
+        posix_spawnattr_t attributes;
+        posix_spawnattr_init(&attributes);
+        posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETPGROUP);
+        const int problem =
+            ::posix_spawnp(&pid_, texts.front(), &actions, &attributes, texts.data(), environ);
+        posix_spawnattr_destroy(&attributes);
         posix_spawn_file_actions_destroy(&actions);
         ::close(output[1]);
         REQUIRE(problem == 0);
     }
     ~Program() {
         if (pid_ > 0) {
-            ::kill(pid_, SIGKILL);
+            // The whole group: what the program itself started must not outlive a test that failed.
+            ::kill(-pid_, SIGKILL);
             ::waitpid(pid_, nullptr, 0);
         }
         ::close(output_);
