@@ -376,10 +376,8 @@ TEST_CASE("memory doesn't grow with the size of the file") {
         for (;;) {
             const std::string head = connection.readHead();
             sayContinue(connection, head);
-            received = 0;
-            for (const std::size_t length = announcedLength(head); received < length;) {
-                received += connection.readBody(std::min(mebibyte, length - received)).size();
-            }
+            received = announcedLength(head);
+            connection.discardBody(received);
             connection.send(httpAnswer(200));
         }
     });

@@ -379,6 +379,19 @@ TEST_CASE("over the network, put: a connection that breaks within the body is tr
     CHECK(requests.back().receivedBytes == std::size_t{8} * 1024 * 1024);
 }
 
+TEST_CASE("over the network, put: a presigned header that would end its line is never sent") {
+    for (const std::string& value :
+         {std::string("a\r\nX-Forged: b"), std::string("a\nb"), std::string("a\0b", 3)}) {
+        NetworkRoad road;
+        Upload upload(road);
+        upload.answer.headers = {{"audio", {{"X-Meta", {value}}}}};
+        CHECK(text(upload.put()) == "Couldn’t send the request to " + host(road) +
+                                        ": a header field holds a character that HTTP can’t carry");
+        CHECK(road.urlSession.uploads == 3);
+        CHECK(upload.requests() == 0);
+    }
+}
+
 TEST_CASE("over the network, put: a store that isn't there is tried three times") {
     NetworkRoad road;
     Upload upload(road);

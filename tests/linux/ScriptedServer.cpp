@@ -62,6 +62,15 @@ std::string ScriptedServer::Connection::readBody(std::size_t count) {
     return body;
 }
 
+void ScriptedServer::Connection::discardBody(std::size_t count) {
+    const std::size_t buffered = std::min(count, buffer_.size());
+    buffer_.erase(0, buffered);
+    std::array<char, 262144> chunk;
+    for (std::size_t rest = count - buffered; rest != 0;) {
+        rest -= receive(chunk.data(), std::min(chunk.size(), rest));
+    }
+}
+
 std::size_t ScriptedServer::Connection::drain() {
     std::size_t count = std::exchange(buffer_, {}).size();
     std::array<char, 65536> chunk{};

@@ -29,6 +29,8 @@ public:
         // A request's or answer's lines up to and including the empty one.
         std::string readHead();
         std::string readBody(std::size_t count);
+        // Reads so many bytes and forgets them.
+        void discardBody(std::size_t count);
         // Reads until the peer closes; how many bytes came.
         std::size_t drain();
         void send(const std::string& bytes);
