@@ -90,10 +90,16 @@ Sound resampled(const Corpus& corpus, int rate) {
 
 } // namespace
 
-TEST_CASE("every kind of WAV file keeps its length, place, level and colour") {
+TEST_CASE("WAV files of every depth keep their length, place, level and colour") {
     const Corpus corpus;
-    for (const char* codec : {"pcm_u8", "pcm_s16le", "pcm_s24le", "pcm_s32le", "pcm_f32le", "pcm_f64le",
-                              "pcm_alaw", "pcm_mulaw"}) {
+    for (const char* codec : {"pcm_u8", "pcm_s16le", "pcm_s24le", "pcm_s32le", "pcm_f32le", "pcm_f64le"}) {
+        corpus.check(corpus.encode(std::string(codec) + ".wav", {"-c:a", codec}), asItWas);
+    }
+}
+
+TEST_CASE("uncommon WAV files keep their length, place, level and colour") {
+    const Corpus corpus;
+    for (const char* codec : {"pcm_alaw", "pcm_mulaw"}) {
         corpus.check(corpus.encode(std::string(codec) + ".wav", {"-c:a", codec}), asItWas);
     }
     corpus.check(corpus.encode("rf64.wav", {"-c:a", "pcm_s16le", "-rf64", "always"}), asItWas);

@@ -306,11 +306,11 @@ double decibels(double ratio) {
 Difference compare(const Sound& sound, const Sound& reference) {
     Difference difference;
     const std::int64_t length = std::min(sound.length(), reference.length());
-    constexpr std::int64_t furthest = 4096;
+    constexpr std::int64_t furthest = 2048;
     double best = -1;
     // Of the whole, a loud part is enough to find the lag.
     const std::int64_t begin = std::min<std::int64_t>(length / 4, 2 * furthest);
-    const std::int64_t end = std::min(length, begin + std::int64_t{reference.rate} * 2);
+    const std::int64_t end = std::min(length, begin + std::int64_t{reference.rate});
     for (std::int64_t lag = -furthest; lag <= furthest; ++lag) {
         double sum = 0;
         for (std::int64_t i = std::max(begin, -lag); i < std::min(end, sound.length() - lag); ++i) {
