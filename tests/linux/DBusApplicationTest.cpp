@@ -193,4 +193,11 @@ TEST_CASE("the end of the bus is told once") {
     CHECK_THROWS_AS(application.claimName(), PlatformError);
 }
 
+TEST_CASE("a name can't be claimed on a bus that was never there") {
+    EventLoop loop;
+    RecordingSystemLog log;
+    DBusApplication application(QDBusConnection::connectToBus("unix:path=/nonexistent/bus", "no bus"), log);
+    CHECK_THROWS_AS(application.claimName(), PlatformError);
+}
+
 } // namespace cadora::test

@@ -1,8 +1,7 @@
 #include "hosts/linux/LibsecretKeychain.h"
 
 #include "linux/Keyring.h"
-
-#include <QDBusVirtualObject>
+#include "linux/SilentService.h"
 
 #include <doctest/doctest.h>
 
@@ -32,26 +31,10 @@ std::string dataOf(Keychain& keychain) {
     return data;
 }
 
-// What asks the user for the keyring's password: it counts, and keeps whoever asks waiting for ever.
-class SilentPrompter : public QDBusVirtualObject {
-public:
-    explicit SilentPrompter(QDBusConnection bus) : bus_(std::move(bus)) {
-        bus_.registerVirtualObject("/org/gnome/keyring/Prompter", this);
-        bus_.registerService("org.gnome.keyring.SystemPrompter");
-    }
-    ~SilentPrompter() override { bus_.unregisterService("org.gnome.keyring.SystemPrompter"); }
-
-    int calls = 0;
-
-    QString introspect(const QString&) const override { return {}; }
-    bool handleMessage(const QDBusMessage&, const QDBusConnection&) override {
-        ++calls;
-        return true;
-    }
-
-private:
-    QDBusConnection bus_;
-};
+// What asks the user for the keyring's password, and gets no answer.
+SilentService prompterOn(PrivateBus& bus) {
+    return {bus.connect(), "org.gnome.keyring.SystemPrompter", "/org/gnome/keyring/Prompter"};
+}
 
 } // namespace
 
@@ -94,7 +77,7 @@ TEST_CASE("a locked keyring is a status, asks the user nothing, and is whole whe
     Keyring keyring;
     LibsecretKeychain keychain(forAsLongAsItTakes);
     REQUIRE(keychain.add(token, "secret", whenUnlocked) == Keychain::success);
-    SilentPrompter prompter(keyring.bus.connect());
+    const SilentService prompter = prompterOn(keyring.bus);
     keyring.lock();
     std::string data = "untouched";
     CHECK(keychain.copyMatching(token, &data) == LibsecretKeychain::interactionNotAllowed);
@@ -113,7 +96,7 @@ TEST_CASE("a locked keyring is a status, asks the user nothing, and is whole whe
 TEST_CASE("a keyring without a collection to write to is a status, and asks the user nothing") {
     Keyring keyring(Keyring::Login::withoutPassword);
     LibsecretKeychain keychain(forAsLongAsItTakes);
-    SilentPrompter prompter(keyring.bus.connect());
+    const SilentService prompter = prompterOn(keyring.bus);
     CHECK(keychain.add(token, "secret", whenUnlocked) == LibsecretKeychain::notAvailable);
     CHECK(keychain.copyMatching(token, nullptr) == Keychain::itemNotFound);
     keyring.loop.runPending();

@@ -50,12 +50,18 @@ DBusApplication::~DBusApplication() {
 }
 
 DBusApplication::Claim DBusApplication::claimName() {
+    const auto failed = [](const QDBusError& error) {
+        return PlatformError("DBus", error.type(),
+                             "The session bus did not give the name " + std::string(dbus::busName) + ": " +
+                                 error.message().toStdString());
+    };
+    if (!bus_.isConnected()) {
+        throw failed(bus_.lastError());
+    }
     const QDBusReply<QDBusConnectionInterface::RegisterServiceReply> reply =
         bus_.interface()->registerService(QString::fromLatin1(dbus::busName));
     if (!reply.isValid()) {
-        throw PlatformError("DBus", reply.error().type(),
-                            "The session bus did not give the name " + std::string(dbus::busName) + ": " +
-                                reply.error().message().toStdString());
+        throw failed(reply.error());
     }
     return reply.value() == QDBusConnectionInterface::ServiceRegistered ? Claim::first : Claim::anotherRuns;
 }

@@ -55,7 +55,9 @@ Forwarding forwardToRunningHelper(const std::vector<std::string>& uris) {
     const Owned<GDBusConnection> bus(
         g_dbus_connection_new_for_address_sync(address.get(), flags, nullptr, nullptr, &error));
     if (!bus) {
-        return failed(Outcome::noSessionBus, error);
+        Forwarding forwarding = failed(Outcome::noSessionBus, error);
+        forwarding.reason.append(" (").append(address.get()).append(")");
+        return forwarding;
     }
 
     GVariantBuilder platformData;
