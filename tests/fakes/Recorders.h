@@ -30,6 +30,7 @@ public:
     // Title and body in one, for comparing.
     std::vector<std::string> texts() const {
         std::vector<std::string> texts;
+        texts.reserve(requests.size());
         for (const auto& request : requests) {
             texts.push_back(request.title + " | " + request.body);
         }

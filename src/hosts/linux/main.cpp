@@ -20,11 +20,16 @@
 #include <QDBusConnection>
 #include <QStandardPaths>
 
+#include <csignal>
 #include <exception>
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
+
+#include <fcntl.h>
+#include <unistd.h>
 
 namespace cadora {
 
@@ -33,8 +38,25 @@ namespace {
 // EX_UNAVAILABLE of sysexits.h: the request could not be handed on, or there is no desktop to serve.
 constexpr int unavailable = 69;
 
+constexpr int claimAttempts = 10;
+
 void report(const std::string& problem) {
     StderrSystemLog().log("[Cadora Helper] " + problem);
+}
+
+// A standard descriptor that is closed would go to the next file or socket, and log lines with it.
+void fillStandardDescriptors() {
+    int descriptor = 0;
+    do {
+        descriptor = open("/dev/null", O_RDWR);
+    } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+    close(descriptor);
+}
+
+// A full disk, a limit or a reader that went away is an error where it occurs, and not the program's end.
+void ignoreSignals() {
+    std::signal(SIGPIPE, SIG_IGN);
+    std::signal(SIGXFSZ, SIG_IGN);
 }
 
 // The exit status of a start that another helper has dealt with; absent when this one is to run.
@@ -84,32 +106,47 @@ int serve(DBusApplication& application, StderrSystemLog& systemLog, const std::v
                             notificationCenter, application};
     Platform::install(&platform);
 
+    application.setBusLostHandler([] {
+        report("the session bus is gone");
+        QCoreApplication::exit(unavailable);
+    });
+    // Before the event loop: a request may have come with the name already, and the loop brings it in.
     AppDelegate delegate;
-    mainActor.post([&] {
-        delegate.applicationDidFinishLaunching();
-        const std::string error = uris.empty() ? std::string() : application.open(uris);
-        if (!error.empty()) {
+    delegate.applicationDidFinishLaunching();
+    if (!uris.empty()) {
+        if (const std::string error = application.open(uris); !error.empty()) {
             report(error);
         }
-    });
-    application.setBusLostHandler([] { QCoreApplication::quit(); });
+    }
     const int status = QCoreApplication::exec();
     mainActor.endTasks();
     return status;
 }
 
 int run(int argc, char** argv) {
-    const std::vector<std::string> uris = uriList({argv + 1, argv + argc}, std::filesystem::current_path());
+    fillStandardDescriptors();
+    ignoreSignals();
+    std::error_code folderIsGone;
+    const std::vector<std::string> uris =
+        uriList({argv + 1, argv + argc}, std::filesystem::current_path(folderIsGone));
     if (const auto status = forward(uris)) {
         return *status;
     }
     QCoreApplication::setApplicationName("Cadora Helper");
-    const QCoreApplication qt(argc, argv);
+    // The arguments are files, and none is meant for Qt.
+    int argumentCount = 1;
+    const QCoreApplication qt(argumentCount, argv);
     StderrSystemLog systemLog;
     DBusApplication application(QDBusConnection::sessionBus(), systemLog);
-    if (application.claimName() == DBusApplication::Claim::anotherRuns) {
-        // Another start was faster by a moment, and takes what this one was given.
-        return forward(uris).value_or(unavailable);
+    for (int attempt = 1; application.claimName() == DBusApplication::Claim::anotherRuns; ++attempt) {
+        // Another start was faster by a moment, and takes what this one was given, unless it has ended since.
+        if (const auto status = forward(uris)) {
+            return *status;
+        }
+        if (attempt == claimAttempts) {
+            report("other starts come and go, and none stays");
+            return unavailable;
+        }
     }
     return serve(application, systemLog, uris);
 }
