@@ -117,25 +117,31 @@ private:
     rlimit before_{};
 };
 
-// A file system of its own with room for little, mounted over `folder`. Only root can have one.
-class SmallFileSystem {
+// Goes away with this.
+class MountedFileSystem {
 public:
-    SmallFileSystem(const fs::path& folder, const char* options) : folder_(folder) {
-        isMounted_ = ::mount("none", folder.c_str(), "tmpfs", 0, options) == 0;
-    }
-    SmallFileSystem(const SmallFileSystem&) = delete;
-    SmallFileSystem& operator=(const SmallFileSystem&) = delete;
-    ~SmallFileSystem() {
-        if (isMounted_) {
-            ::umount2(folder_.c_str(), MNT_DETACH);
-        }
-    }
-
-    bool isMounted() const { return isMounted_; }
+    explicit MountedFileSystem(fs::path folder) : folder_(std::move(folder)) {}
+    MountedFileSystem(const MountedFileSystem&) = delete;
+    MountedFileSystem& operator=(const MountedFileSystem&) = delete;
+    ~MountedFileSystem() { ::umount2(folder_.c_str(), MNT_DETACH); }
 
 private:
     fs::path folder_;
-    bool isMounted_ = false;
+};
+
+// A file system of its own with room for little, mounted over `folder`. Only root can have one.
+class SmallFileSystem {
+public:
+    SmallFileSystem(const fs::path& folder, const char* options) {
+        if (::mount("none", folder.c_str(), "tmpfs", 0, options) == 0) {
+            mounted_.emplace(folder);
+        }
+    }
+
+    bool isMounted() const { return mounted_.has_value(); }
+
+private:
+    std::optional<MountedFileSystem> mounted_;
 };
 
 } // namespace
@@ -292,6 +298,29 @@ TEST_CASE("a copy from one file system to another is complete") {
     }
     files.copyItem(other.file("song.wav", sound), directory.path() / "copy.wav");
     CHECK(readFile(directory.path() / "copy.wav") == sound);
+}
+
+TEST_CASE("on a file system that can share blocks, a copy takes no room") {
+    const TemporaryDirectory directory;
+    const fs::path image = directory.file("image", "");
+    const fs::path disk = directory.path() / "disk";
+    fs::create_directory(disk);
+    fs::resize_file(image, 400U << 20U);
+    const std::string command = "mkfs.xfs -q '" + image.string() + "' >/dev/null 2>&1 && mount -o loop '" +
+                                image.string() + "' '" + disk.string() + "' >/dev/null 2>&1";
+    if (std::system(command.c_str()) != 0) {
+        MESSAGE("not checked: it takes root, a loop device and mkfs.xfs");
+        return;
+    }
+    const MountedFileSystem mounted(disk);
+    PosixFileManager files(std::nullopt);
+    const std::string sound(20U << 20U, 's');
+    directory.file("disk/song.wav", sound);
+    files.copyItem(disk / "song.wav", disk / "first.wav");
+    const auto before = fs::space(disk).free;
+    files.copyItem(disk / "song.wav", disk / "second.wav");
+    CHECK(fs::space(disk).free + sound.size() / 10 > before);
+    CHECK((files.contents(disk / "second.wav") == sound));
 }
 
 TEST_CASE("where there is no more room, the copy fails with the reason and leaves nothing") {

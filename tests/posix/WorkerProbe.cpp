@@ -5,15 +5,19 @@
 #include <fcntl.h>
 #include <unistd.h>
 
+#include <array>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <set>
+#include <sstream>
 #include <string>
+#include <string_view>
 
 namespace {
 
-std::string openDescriptors() {
+void writeOpenDescriptors(std::ostream& report) {
     std::set<int> numbers;
     DIR* const folder = opendir("/proc/self/fd");
     while (const dirent* const entry = readdir(folder)) {
@@ -22,46 +26,47 @@ std::string openDescriptors() {
         }
     }
     closedir(folder);
-    std::string text;
     for (const int number : numbers) {
-        text += " " + std::to_string(number);
+        report << ' ' << number;
     }
-    return text;
 }
 
-std::string unusualSignals() {
-    std::string text;
+void writeUnusualSignals(std::ostream& report) {
     sigset_t blocked;
     sigprocmask(SIG_BLOCK, nullptr, &blocked);
     for (int number = 1; number < NSIG; ++number) {
         struct sigaction action{};
         if (sigismember(&blocked, number) == 1 ||
             (sigaction(number, nullptr, &action) == 0 && action.sa_handler == SIG_IGN)) {
-            text += " " + std::to_string(number);
+            report << ' ' << number;
         }
     }
-    return text;
 }
 
 } // namespace
 
 int main(int argc, char** argv) {
-    std::string report = "arguments:";
+    std::ostringstream report;
+    report << "arguments:";
     for (int i = 1; i < argc; ++i) {
-        report += " " + std::string(argv[i]);
+        report << ' ' << argv[i];
     }
-    report += "\ndescriptors:" + openDescriptors() + "\nenvironment:";
+    report << "\ndescriptors:";
+    writeOpenDescriptors(report);
+    report << "\nenvironment:";
     for (char** variable = environ; *variable != nullptr; ++variable) {
-        report += " " + std::string(*variable);
+        report << ' ' << *variable;
     }
-    char folder[4096];
-    report += "\nfolder: " + std::string(getcwd(folder, sizeof folder));
-    report += "\nsignals:" + unusualSignals();
-    report += "\nsource writable: " + std::string((fcntl(3, F_GETFL) & O_ACCMODE) == O_RDONLY ? "no" : "yes");
-    char text[64];
-    const ssize_t count = pread(3, text, sizeof text, 0);
-    report += "\nsource: " + std::string(text, count > 0 ? static_cast<std::size_t>(count) : 0) + "\n";
-    const bool written = pwrite(4, report.data(), report.size(), 0) == static_cast<ssize_t>(report.size());
+    report << "\nfolder: " << std::filesystem::current_path().native();
+    report << "\nsignals:";
+    writeUnusualSignals(report);
+    report << "\nsource writable: " << ((fcntl(3, F_GETFL) & O_ACCMODE) == O_RDONLY ? "no" : "yes");
+    std::array<char, 64> text{};
+    const ssize_t count = pread(3, text.data(), text.size(), 0);
+    report << "\nsource: " << std::string_view(text.data(), count > 0 ? static_cast<std::size_t>(count) : 0)
+           << '\n';
+    const std::string bytes = report.str();
+    const bool written = pwrite(4, bytes.data(), bytes.size(), 0) == static_cast<ssize_t>(bytes.size());
     std::puts(R"({"seconds":1,"samples":44100,"rate":44100})");
     return written ? 0 : 2;
 }

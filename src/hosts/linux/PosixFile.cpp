@@ -29,7 +29,10 @@ std::string temporaryPrefix(const std::filesystem::path& finalName) {
         }
         name = name.substr(0, end);
     }
-    return "." + std::string(name) + ".";
+    std::string prefix = ".";
+    prefix += name;
+    prefix += '.';
+    return prefix;
 }
 
 std::string randomName() {
