@@ -46,6 +46,7 @@ int main(int argc, char** argv) {
     test::TestPlatform platform;
     OutboxStore store;
     std::vector<OutboxItem> items;
+    items.reserve(static_cast<std::size_t>(count));
     for (int i = 0; i < count; ++i) {
         items.push_back(makeItem(i));
     }
