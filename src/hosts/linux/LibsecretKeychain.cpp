@@ -301,6 +301,9 @@ private:
                 changed_.notify_all();
             }
         }
+        // The library lets go of its subscriptions in its own time, which is now.
+        while (g_main_context_iteration(context_.get(), FALSE) != FALSE) {
+        }
         g_main_context_pop_thread_default(context_.get());
         const std::lock_guard guard(mutex_);
         ended_ = true;
