@@ -9,9 +9,9 @@
 #include "fakes/ManualClock.h"
 #include "fakes/Recorders.h"
 #include "fakes/TemporaryDirectory.h"
+#include "fakes/WaitingMainActor.h"
 #include "hosts/linux/CurlURLSession.h"
 #include "hosts/linux/PosixFileManager.h"
-#include "linux/WaitingMainActor.h"
 #include "platform/Platform.h"
 #include "service/ServiceProcess.h"
 

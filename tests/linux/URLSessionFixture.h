@@ -1,9 +1,9 @@
 #pragma once
 
 #include "base/Error.h"
+#include "fakes/WaitingMainActor.h"
 #include "hosts/linux/CurlURLSession.h"
 #include "linux/ScriptedServer.h"
-#include "linux/WaitingMainActor.h"
 
 #include <doctest/doctest.h>
 

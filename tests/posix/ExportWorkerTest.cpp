@@ -4,7 +4,7 @@
 
 #include "fakes/Recorders.h"
 #include "fakes/TemporaryDirectory.h"
-#include "posix/WaitingMainActor.h"
+#include "fakes/WaitingMainActor.h"
 #include "posix/WaveFile.h"
 
 #include <doctest/doctest.h>

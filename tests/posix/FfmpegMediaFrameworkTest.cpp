@@ -1,7 +1,7 @@
 #include "hosts/linux/FfmpegMediaFramework.h"
 
 #include "fakes/TemporaryDirectory.h"
-#include "posix/WaitingMainActor.h"
+#include "fakes/WaitingMainActor.h"
 
 #include <doctest/doctest.h>
 

@@ -4,8 +4,8 @@
 #include "fakes/ManualMainActor.h"
 #include "fakes/Recorders.h"
 #include "fakes/TemporaryDirectory.h"
+#include "fakes/WaitingMainActor.h"
 #include "hosts/linux/FfmpegMediaFramework.h"
-#include "posix/WaitingMainActor.h"
 #include "posix/WaveFile.h"
 
 namespace cadora::test {

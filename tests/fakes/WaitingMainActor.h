@@ -42,6 +42,18 @@ public:
         return true;
     }
 
+    // Runs the jobs that are there now and those that they post.
+    void runPosted() {
+        std::unique_lock lock(mutex_);
+        while (!jobs_.empty()) {
+            const auto job = std::move(jobs_.front());
+            jobs_.pop_front();
+            lock.unlock();
+            job();
+            lock.lock();
+        }
+    }
+
 private:
     std::mutex mutex_;
     std::condition_variable posted_;
