@@ -7,11 +7,14 @@
 #include "platform/FileManager.h"
 #include "platform/Keychain.h"
 #include "platform/MediaFramework.h"
+#include "platform/ProcessLauncher.h"
 #include "platform/RandomSource.h"
 #include "platform/SystemLog.h"
 #include "platform/URLSession.h"
 #include "platform/UserDefaults.h"
 #include "platform/UserNotificationCenter.h"
+#include "platform/WebAuthentication.h"
+#include "platform/Workspace.h"
 
 namespace cadora {
 
@@ -30,6 +33,9 @@ struct Platform {
     MediaFramework& mediaFramework;
     UserNotificationCenter& notificationCenter;
     Application& application;
+    WebAuthentication& webAuthentication;
+    Workspace& workspace;
+    ProcessLauncher& processLauncher;
 
     // Null takes the platform away again.
     static void install(const Platform* platform);

@@ -27,6 +27,9 @@ public:
     // Absent removes the key.
     virtual void set(const std::string& key, std::optional<PropertyValue> value) = 0;
 
+    // Another domain by its name, owned by this one; null when it can't be opened.
+    virtual UserDefaults* suite(const std::string& suiteName) = 0;
+
     // Absent when the value is missing or not a string.
     std::optional<std::string> string(const std::string& key) {
         const auto value = object(key);

@@ -3,6 +3,7 @@
 #include "platform/UserDefaults.h"
 
 #include <map>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -11,6 +12,8 @@ namespace cadora::test {
 class FakeUserDefaults : public UserDefaults {
 public:
     std::map<std::string, PropertyValue> values;
+    // The other domains by name; one that isn't here can't be opened.
+    std::map<std::string, std::unique_ptr<FakeUserDefaults>> suites;
 
     std::optional<PropertyValue> object(const std::string& key) override {
         const auto found = values.find(key);
@@ -22,6 +25,11 @@ public:
         if (value) {
             values.emplace(key, *std::move(value));
         }
+    }
+
+    UserDefaults* suite(const std::string& suiteName) override {
+        const auto found = suites.find(suiteName);
+        return found == suites.end() ? nullptr : found->second.get();
     }
 };
 

@@ -1,11 +1,16 @@
 #pragma once
 
 #include "platform/Application.h"
+#include "platform/ProcessLauncher.h"
 #include "platform/RandomSource.h"
 #include "platform/SystemLog.h"
 #include "platform/UserNotificationCenter.h"
+#include "platform/Workspace.h"
 
 #include <deque>
+#include <filesystem>
+#include <functional>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
@@ -38,18 +43,6 @@ public:
     }
 };
 
-class RecordingApplication : public Application {
-public:
-    ServicesProvider* provider = nullptr;
-    std::vector<std::string> calls;
-
-    void setServicesProvider(ServicesProvider& servicesProvider) override {
-        provider = &servicesProvider;
-        calls.emplace_back("setServicesProvider");
-    }
-    void updateDynamicServices() override { calls.emplace_back("updateDynamicServices"); }
-};
-
 class FakePasteboard : public Pasteboard {
 public:
     explicit FakePasteboard(std::vector<URL> urls) : urls_(std::move(urls)) {}
@@ -57,6 +50,35 @@ public:
 
 private:
     std::vector<URL> urls_;
+};
+
+class RecordingWorkspace : public Workspace {
+public:
+    std::vector<std::string> openedURLs;
+    std::vector<std::filesystem::path> recycledItems;
+    // Kept for the test to call.
+    std::function<void()> recycleHandler;
+
+    void openURL(const URL& url) override { openedURLs.push_back(url.text()); }
+    void recycle(const std::filesystem::path& item, std::function<void()> handler) override {
+        recycledItems.push_back(item);
+        recycleHandler = std::move(handler);
+    }
+};
+
+class RecordingProcessLauncher : public ProcessLauncher {
+public:
+    std::set<std::filesystem::path> executables;
+    std::vector<std::string> commands;
+
+    bool isExecutableFile(const std::filesystem::path& path) override { return executables.contains(path); }
+    void run(const std::filesystem::path& executable, const std::vector<std::string>& arguments) override {
+        std::string command = executable.string();
+        for (const auto& argument : arguments) {
+            command += " " + argument;
+        }
+        commands.push_back(command);
+    }
 };
 
 // A reproducible sequence (splitmix64); values put into `next` first come out first.

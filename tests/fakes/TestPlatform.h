@@ -1,9 +1,11 @@
 #pragma once
 
+#include "fakes/FakeApplication.h"
 #include "fakes/FakeKeychain.h"
 #include "fakes/FakeMediaFramework.h"
 #include "fakes/FakeURLSession.h"
 #include "fakes/FakeUserDefaults.h"
+#include "fakes/FakeWebAuthentication.h"
 #include "fakes/InlineBackgroundExecutor.h"
 #include "fakes/ManualClock.h"
 #include "fakes/ManualMainActor.h"
@@ -33,7 +35,10 @@ public:
     FakeUserDefaults userDefaults;
     FakeKeychain keychain;
     RecordingNotificationCenter notificationCenter;
-    RecordingApplication application;
+    FakeApplication application;
+    FakeWebAuthentication webAuthentication;
+    RecordingWorkspace workspace;
+    RecordingProcessLauncher processLauncher;
 
     FakeURLSession urlSession{mainActor};
     FakeMediaFramework mediaFramework{mainActor};
@@ -41,9 +46,21 @@ public:
     ManualMainActor mainActor;
 
 private:
-    Platform platform_{mainActor,          background,   clock,    fileManager, random,
-                       systemLog,          userDefaults, keychain, urlSession,  mediaFramework,
-                       notificationCenter, application};
+    Platform platform_{mainActor,
+                       background,
+                       clock,
+                       fileManager,
+                       random,
+                       systemLog,
+                       userDefaults,
+                       keychain,
+                       urlSession,
+                       mediaFramework,
+                       notificationCenter,
+                       application,
+                       webAuthentication,
+                       workspace,
+                       processLauncher};
 };
 
 } // namespace cadora::test

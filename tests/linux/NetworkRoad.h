@@ -2,9 +2,11 @@
 
 #include "base/Task.h"
 #include "fakes/Awaiting.h"
+#include "fakes/FakeApplication.h"
 #include "fakes/FakeKeychain.h"
 #include "fakes/FakeMediaFramework.h"
 #include "fakes/FakeUserDefaults.h"
+#include "fakes/FakeWebAuthentication.h"
 #include "fakes/InlineBackgroundExecutor.h"
 #include "fakes/ManualClock.h"
 #include "fakes/Recorders.h"
@@ -106,7 +108,10 @@ public:
     FakeUserDefaults userDefaults;
     FakeKeychain keychain;
     RecordingNotificationCenter notificationCenter;
-    RecordingApplication application;
+    FakeApplication application;
+    FakeWebAuthentication webAuthentication;
+    RecordingWorkspace workspace;
+    RecordingProcessLauncher processLauncher;
     WaitingMainActor actor;
     FakeMediaFramework mediaFramework{actor};
     // No connection is kept: one that was would be replaced when the service closes it, and a fault go by
@@ -116,9 +121,21 @@ public:
     std::vector<StartedTask> started;
 
 private:
-    Platform platform_{
-        actor,    background, clock,          fileManager,        random,     systemLog, userDefaults,
-        keychain, urlSession, mediaFramework, notificationCenter, application};
+    Platform platform_{actor,
+                       background,
+                       clock,
+                       fileManager,
+                       random,
+                       systemLog,
+                       userDefaults,
+                       keychain,
+                       urlSession,
+                       mediaFramework,
+                       notificationCenter,
+                       application,
+                       webAuthentication,
+                       workspace,
+                       processLauncher};
 };
 
 } // namespace cadora::test

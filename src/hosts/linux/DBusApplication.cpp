@@ -70,9 +70,6 @@ void DBusApplication::setServicesProvider(ServicesProvider& provider) {
     provider_ = &provider;
 }
 
-// File managers learn of entries from files of their own, and none is installed yet that could be stale.
-void DBusApplication::updateDynamicServices() {}
-
 void DBusApplication::setReopenHandler(std::function<void()> handler) {
     reopenHandler_ = std::move(handler);
 }

@@ -15,12 +15,14 @@ namespace cadora {
 // The program on the session bus: the interface that the file managers' "Send to Cadora" entries call, and
 // org.freedesktop.Application, through which a second start and the desktop's own "open" reach this one.
 // Calls arrive from the event loop, on the main thread.
-class DBusApplication : public Application {
+class DBusApplication {
 public:
     // The objects are on the bus from here on, before anybody can know the name. `systemLog` must outlive the
     // application.
     DBusApplication(QDBusConnection bus, SystemLog& systemLog);
-    ~DBusApplication() override;
+    DBusApplication(const DBusApplication&) = delete;
+    DBusApplication& operator=(const DBusApplication&) = delete;
+    ~DBusApplication();
 
     enum class Claim { first, anotherRuns };
 
@@ -28,8 +30,8 @@ public:
     // only one of the session. Throws PlatformError when the bus doesn't answer.
     Claim claimName();
 
-    void setServicesProvider(ServicesProvider& provider) override;
-    void updateDynamicServices() override;
+    // Send requests go to the provider, which must outlive the application; until it is set they are refused.
+    void setServicesProvider(ServicesProvider& provider);
 
     // Called when the user opens the program again. Until it is set, that does nothing.
     void setReopenHandler(std::function<void()> handler);

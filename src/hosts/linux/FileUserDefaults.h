@@ -8,8 +8,9 @@
 
 namespace cadora {
 
-// One domain of user defaults, kept as one JSON object in a small file; another domain is another file. Every
-// call reads the file anew, so that a change made by hand counts at once.
+// One domain of user defaults, kept as one JSON object in a small file. Every call reads the file anew, so
+// that a change made by hand counts at once. No other program keeps defaults in this form, so a suite of any
+// name is this same domain.
 //
 // A file that is missing or can't be understood reads as empty. The next write keeps what could not be
 // understood beside the file, as "NAME.damaged-1", "-2" and so on; where that fails, the write is dropped.
@@ -21,6 +22,7 @@ public:
 
     std::optional<PropertyValue> object(const std::string& key) override;
     void set(const std::string& key, std::optional<PropertyValue> value) override;
+    UserDefaults* suite(const std::string&) override { return this; }
 
 private:
     void setOrThrow(const std::string& key, const std::optional<PropertyValue>& value);

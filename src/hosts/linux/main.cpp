@@ -6,8 +6,11 @@
 #include "hosts/linux/FfmpegMediaFramework.h"
 #include "hosts/linux/FileUserDefaults.h"
 #include "hosts/linux/GetentropyRandomSource.h"
+#include "hosts/linux/GioWorkspace.h"
+#include "hosts/linux/HeadlessApplication.h"
 #include "hosts/linux/LibsecretKeychain.h"
 #include "hosts/linux/PosixFileManager.h"
+#include "hosts/linux/PosixProcessLauncher.h"
 #include "hosts/linux/QtClock.h"
 #include "hosts/linux/QtMainActor.h"
 #include "hosts/linux/SingleInstance.h"
@@ -90,7 +93,7 @@ std::filesystem::path defaultsFile() {
 }
 
 // Runs the helper until the desktop ends. The name on the bus is ours already.
-int serve(DBusApplication& application, StderrSystemLog& systemLog, const std::vector<std::string>& uris) {
+int serve(DBusApplication& services, StderrSystemLog& systemLog, const std::vector<std::string>& uris) {
     QtMainActor mainActor;
     QtClock clock;
     ThreadBackgroundExecutor background;
@@ -101,12 +104,28 @@ int serve(DBusApplication& application, StderrSystemLog& systemLog, const std::v
     CurlURLSession urlSession(mainActor);
     FfmpegMediaFramework mediaFramework(mainActor, systemLog, programFolder() / "cadora-export");
     DBusUserNotificationCenter notificationCenter(mainActor, QDBusConnection::sessionBus());
-    const Platform platform{mainActor,          background,   clock,    fileManager, random,
-                            systemLog,          userDefaults, keychain, urlSession,  mediaFramework,
-                            notificationCenter, application};
+    HeadlessApplication application(services, programFolder().parent_path());
+    HeadlessWebAuthentication webAuthentication;
+    GioWorkspace workspace(background);
+    PosixProcessLauncher processLauncher;
+    const Platform platform{mainActor,
+                            background,
+                            clock,
+                            fileManager,
+                            random,
+                            systemLog,
+                            userDefaults,
+                            keychain,
+                            urlSession,
+                            mediaFramework,
+                            notificationCenter,
+                            application,
+                            webAuthentication,
+                            workspace,
+                            processLauncher};
     Platform::install(&platform);
 
-    application.setBusLostHandler([] {
+    services.setBusLostHandler([] {
         report("the session bus is gone");
         QCoreApplication::exit(unavailable);
     });
@@ -114,7 +133,7 @@ int serve(DBusApplication& application, StderrSystemLog& systemLog, const std::v
     AppDelegate delegate;
     delegate.applicationDidFinishLaunching();
     if (!uris.empty()) {
-        if (const std::string error = application.open(uris); !error.empty()) {
+        if (const std::string error = services.open(uris); !error.empty()) {
             report(error);
         }
     }
@@ -137,8 +156,8 @@ int run(int argc, char** argv) {
     int argumentCount = 1;
     const QCoreApplication qt(argumentCount, argv);
     StderrSystemLog systemLog;
-    DBusApplication application(QDBusConnection::sessionBus(), systemLog);
-    for (int attempt = 1; application.claimName() == DBusApplication::Claim::anotherRuns; ++attempt) {
+    DBusApplication services(QDBusConnection::sessionBus(), systemLog);
+    for (int attempt = 1; services.claimName() == DBusApplication::Claim::anotherRuns; ++attempt) {
         // Another start was faster by a moment, and takes what this one was given, unless it has ended since.
         if (const auto status = forward(uris)) {
             return *status;
@@ -148,7 +167,7 @@ int run(int argc, char** argv) {
             return unavailable;
         }
     }
-    return serve(application, systemLog, uris);
+    return serve(services, systemLog, uris);
 }
 
 } // namespace

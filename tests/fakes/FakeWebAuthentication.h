@@ -1,0 +1,53 @@
+#pragma once
+
+#include "platform/WebAuthentication.h"
+
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace cadora::test {
+
+class FakeWebAuthenticationSession : public WebAuthenticationSession {
+public:
+    FakeWebAuthenticationSession(URL startURL, std::string scheme,
+                                 WebAuthentication::CompletionHandler completionHandler, bool starts)
+        : url(std::move(startURL)), callbackURLScheme(std::move(scheme)),
+          handler(std::move(completionHandler)), starts_(starts) {}
+
+    URL url;
+    std::string callbackURLScheme;
+    // For the test to call, once.
+    WebAuthentication::CompletionHandler handler;
+    PresentationContextProvider* provider = nullptr;
+    bool isStarted = false;
+
+    void setPresentationContextProvider(PresentationContextProvider& contextProvider) override {
+        provider = &contextProvider;
+    }
+    bool start() override {
+        isStarted = true;
+        return starts_;
+    }
+
+private:
+    bool starts_;
+};
+
+// Sessions that end when the test calls their handlers.
+class FakeWebAuthentication : public WebAuthentication {
+public:
+    // What start() of the sessions to come returns.
+    bool sessionsStart = true;
+    std::vector<std::shared_ptr<FakeWebAuthenticationSession>> sessions;
+
+    std::shared_ptr<WebAuthenticationSession>
+    makeSession(const URL& url, const std::string& callbackURLScheme, CompletionHandler handler) override {
+        sessions.push_back(std::make_shared<FakeWebAuthenticationSession>(url, callbackURLScheme,
+                                                                          std::move(handler), sessionsStart));
+        return sessions.back();
+    }
+};
+
+} // namespace cadora::test
