@@ -4,8 +4,10 @@
 
 #include <doctest/doctest.h>
 
-#include <csignal>
+#include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -54,6 +56,31 @@ TEST_CASE("bytes that are not UTF-8 are shown as such") {
 TEST_CASE("a long entry arrives whole") {
     const std::string text(100'000, 'x');
     CHECK(logged(text) == text + "\n");
+}
+
+TEST_CASE("entries of several threads are lines of their own") {
+    constexpr int threads = 4;
+    constexpr int entries = 50;
+    const std::string text(2000, 'x');
+    const std::string errors = errorsOf([&] {
+        std::vector<std::thread> writers;
+        for (int i = 0; i < threads; ++i) {
+            writers.emplace_back([&text] {
+                for (int entry = 0; entry < entries; ++entry) {
+                    StderrSystemLog().log(text);
+                }
+            });
+        }
+        for (std::thread& writer : writers) {
+            writer.join();
+        }
+    });
+    std::istringstream lines(errors);
+    int count = 0;
+    for (std::string line; std::getline(lines, line); ++count) {
+        REQUIRE(line == text);
+    }
+    CHECK(count == threads * entries);
 }
 
 TEST_CASE("an entry that can't be written is dropped") {

@@ -12,12 +12,13 @@
 namespace cadora::test {
 
 TEST_CASE("jobs run off the caller's thread, and every one of them") {
-    ThreadBackgroundExecutor executor;
     constexpr int count = 1000;
     std::atomic<int> runs = 0;
     std::atomic<bool> onCaller = false;
     std::promise<void> all;
     const auto caller = std::this_thread::get_id();
+    // The last to be made: it is gone before what its jobs use.
+    ThreadBackgroundExecutor executor;
     for (int i = 0; i < count; ++i) {
         executor.run([&] {
             onCaller = onCaller || std::this_thread::get_id() == caller;
@@ -31,9 +32,9 @@ TEST_CASE("jobs run off the caller's thread, and every one of them") {
 }
 
 TEST_CASE("a job that takes its time does not hold up the next") {
-    ThreadBackgroundExecutor executor;
     std::promise<void> release;
     std::promise<void> second;
+    ThreadBackgroundExecutor executor;
     executor.run([&] { release.get_future().wait(); });
     executor.run([&] { second.set_value(); });
     second.get_future().wait();
