@@ -52,7 +52,7 @@ Label statusLabel(ColorRole color, const std::string& text) {
 // The window on the screen, and what its owner hears.
 struct Welcome {
     TestPlatform platform;
-    std::optional<WelcomeWindowController> controller{std::in_place};
+    std::unique_ptr<WelcomeWindowController> controller = std::make_unique<WelcomeWindowController>();
     std::shared_ptr<FakeWindow> window = show();
     int signInsComplete = 0;
 
@@ -61,7 +61,7 @@ struct Welcome {
     }
 
     std::shared_ptr<FakeWindow> show() {
-        controller->window = platform.application.makeWindow({}, &*controller);
+        controller->window = platform.application.makeWindow({}, controller.get());
         controller->window->setContentView(controller->makeContent(), *controller);
         return platform.application.madeWindows.back();
     }
@@ -335,7 +335,8 @@ TEST_CASE("the window lives until its closing is over, though its controller let
     std::weak_ptr<WatchedWindow> watched;
     bool outlivedClosing = false;
     {
-        const auto window = std::make_shared<WatchedWindow>(&*welcome.controller, watched, outlivedClosing);
+        const auto window =
+            std::make_shared<WatchedWindow>(welcome.controller.get(), watched, outlivedClosing);
         watched = window;
         welcome.controller->window = window;
     }
