@@ -1,5 +1,7 @@
 #pragma once
 
+#include "hosts/linux/DBusNames.h"
+
 #include <QDBusAbstractAdaptor>
 #include <QDBusConnection>
 #include <QDBusMessage>
@@ -12,16 +14,6 @@
 #include <utility>
 
 namespace cadora::dbus {
-
-// How other programs of the session find this one. The path is the name's own form as a path, where
-// org.freedesktop.Application is looked for.
-inline constexpr char busName[] = "com.norvelant.cadora.mac";
-inline constexpr char objectPath[] = "/com/norvelant/cadora/mac";
-inline constexpr char servicesInterface[] = "com.norvelant.cadora.mac.Services";
-inline constexpr char applicationInterface[] = "org.freedesktop.Application";
-
-// The error of a request that the program refuses; its message is for the user.
-inline constexpr char requestRefused[] = "com.norvelant.cadora.mac.Error.RequestRefused";
 
 // The program's object on the bus, and the end of the bus itself.
 class BusObject : public QObject {

@@ -42,8 +42,9 @@ class RefusingSession : public WebAuthenticationSession {
 
 } // namespace
 
-HeadlessApplication::HeadlessApplication(DBusApplication& services, std::filesystem::path bundle)
-    : services_(services), bundle_(std::move(bundle)) {}
+HeadlessApplication::HeadlessApplication(DBusApplication& services, FileManagerEntries& entries,
+                                         std::filesystem::path bundle)
+    : services_(services), entries_(entries), bundle_(std::move(bundle)) {}
 
 CancelAction HeadlessApplication::runModal(Alert alert, Completion<int> completion) {
     const int buttons = std::max(1, static_cast<int>(alert.buttons.size()));

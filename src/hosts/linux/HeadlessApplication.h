@@ -1,6 +1,7 @@
 #pragma once
 
 #include "hosts/linux/DBusApplication.h"
+#include "hosts/linux/FileManagerEntries.h"
 #include "platform/Application.h"
 #include "platform/WebAuthentication.h"
 
@@ -13,12 +14,12 @@ namespace cadora {
 // could have agreed to anything, and no sign-in can be presented.
 class HeadlessApplication : public Application {
 public:
-    // `services` must outlive the application.
-    HeadlessApplication(DBusApplication& services, std::filesystem::path bundle);
+    // `services` and `entries` must outlive the application.
+    HeadlessApplication(DBusApplication& services, FileManagerEntries& entries, std::filesystem::path bundle);
 
     void setActivationPolicy(ActivationPolicy) override {}
     void setServicesProvider(ServicesProvider& provider) override { services_.setServicesProvider(provider); }
-    void updateDynamicServices() override {}
+    void updateDynamicServices() override { entries_.refresh(); }
     void activateIgnoringOtherApps() override {}
     CancelAction runModal(Alert alert, Completion<int> completion) override;
     std::unique_ptr<StatusItem> makeStatusItem() override;
@@ -31,6 +32,7 @@ public:
 
 private:
     DBusApplication& services_;
+    FileManagerEntries& entries_;
     std::filesystem::path bundle_;
 };
 

@@ -4,6 +4,7 @@
 #include "hosts/linux/DBusApplication.h"
 #include "hosts/linux/DBusUserNotificationCenter.h"
 #include "hosts/linux/FfmpegMediaFramework.h"
+#include "hosts/linux/FileManagerEntries.h"
 #include "hosts/linux/FileUserDefaults.h"
 #include "hosts/linux/GetentropyRandomSource.h"
 #include "hosts/linux/GioWorkspace.h"
@@ -17,6 +18,7 @@
 #include "hosts/linux/StderrSystemLog.h"
 #include "hosts/linux/ThreadBackgroundExecutor.h"
 #include "hosts/linux/URIList.h"
+#include "hosts/linux/XDGFolders.h"
 #include "platform/Platform.h"
 
 #include <QCoreApplication>
@@ -104,7 +106,9 @@ int serve(DBusApplication& services, StderrSystemLog& systemLog, const std::vect
     CurlURLSession urlSession(mainActor);
     FfmpegMediaFramework mediaFramework(mainActor, systemLog, programFolder() / "cadora-export");
     DBusUserNotificationCenter notificationCenter(mainActor, QDBusConnection::sessionBus());
-    HeadlessApplication application(services, programFolder().parent_path());
+    FileManagerEntries entries(XDGFolders::ofUser(), programFolder() / "cadora-send", userDefaults,
+                               systemLog);
+    HeadlessApplication application(services, entries, programFolder().parent_path());
     HeadlessWebAuthentication webAuthentication;
     GioWorkspace workspace(background);
     PosixProcessLauncher processLauncher;
