@@ -1,5 +1,6 @@
 #pragma once
 
+#include "fakes/Trace.h"
 #include "platform/Application.h"
 
 #include <algorithm>
@@ -13,6 +14,9 @@ namespace cadora::test {
 
 class FakeStatusItem : public StatusItem {
 public:
+    explicit FakeStatusItem(Trace sharedTrace = {}) : trace(std::move(sharedTrace)) {}
+
+    Trace trace;
     std::string symbolName;
     std::string accessibilityDescription;
     std::string toolTip;
@@ -22,22 +26,29 @@ public:
 
     void setButton(const std::string& symbol, const std::string& description,
                    const std::string& tip) override {
+        trace.add("setButton");
         symbolName = symbol;
         accessibilityDescription = description;
         toolTip = tip;
     }
     void setMenu(Menu newMenu, MenuTarget& newTarget) override {
+        trace.add("setMenu");
         menu = std::move(newMenu);
         target = &newTarget;
     }
-    void setVisibility(Visibility newVisibility) override { visibility = newVisibility; }
+    void setVisibility(Visibility newVisibility) override {
+        trace.add(newVisibility == Visibility::visible ? "show status item" : "hide status item");
+        visibility = newVisibility;
+    }
 };
 
 class FakeWindow : public Window {
 public:
-    FakeWindow(WindowDescription windowDescription, WindowDelegate* windowDelegate)
-        : description(std::move(windowDescription)), delegate(windowDelegate) {}
+    FakeWindow(WindowDescription windowDescription, WindowDelegate* windowDelegate, Trace sharedTrace = {})
+        : trace(std::move(sharedTrace)), description(std::move(windowDescription)), delegate(windowDelegate) {
+    }
 
+    Trace trace;
     WindowDescription description;
     WindowDelegate* delegate;
     std::optional<ContentView> content;
@@ -48,32 +59,40 @@ public:
     // "center", "makeKeyAndOrderFront", "orderOut", "close", in order.
     std::vector<std::string> calls;
 
-    void center() override { calls.emplace_back("center"); }
+    void center() override { note("center"); }
     void makeKeyAndOrderFront() override {
-        calls.emplace_back("makeKeyAndOrderFront");
+        note("makeKeyAndOrderFront");
         isShown = true;
     }
     void orderOut() override {
-        calls.emplace_back("orderOut");
+        note("orderOut");
         isShown = false;
     }
     void close() override {
-        calls.emplace_back("close");
+        note("close");
         isShown = false;
         if (delegate) {
             delegate->windowWillClose();
         }
     }
     void setContentView(ContentView newContent, ViewTarget& newTarget) override {
+        trace.add("setContentView");
         content = std::move(newContent);
         target = &newTarget;
     }
     void updateLabel(const Label& label) override { labelUpdates.push_back(label); }
+
+private:
+    void note(const char* call) {
+        calls.emplace_back(call);
+        trace.add(call);
+    }
 };
 
 // Remembers what it was asked; the test answers its alerts.
 class FakeApplication : public Application {
 public:
+    Trace trace;
     ServicesProvider* provider = nullptr;
     // The names of the calls that change something, in order.
     std::vector<std::string> calls;
@@ -90,30 +109,30 @@ public:
 
     void setActivationPolicy(ActivationPolicy policy) override {
         activationPolicy = policy;
-        calls.emplace_back("setActivationPolicy");
+        note("setActivationPolicy");
     }
     void setServicesProvider(ServicesProvider& servicesProvider) override {
         provider = &servicesProvider;
-        calls.emplace_back("setServicesProvider");
+        note("setServicesProvider");
     }
-    void updateDynamicServices() override { calls.emplace_back("updateDynamicServices"); }
-    void activateIgnoringOtherApps() override { calls.emplace_back("activateIgnoringOtherApps"); }
+    void updateDynamicServices() override { note("updateDynamicServices"); }
+    void activateIgnoringOtherApps() override { note("activateIgnoringOtherApps"); }
     CancelAction runModal(Alert alert, Completion<int> completion) override {
-        calls.emplace_back("runModal");
+        note("runModal");
         alerts.push_back(std::move(alert));
         answerAlert = std::move(completion);
         return nullptr;
     }
     std::unique_ptr<StatusItem> makeStatusItem() override {
-        calls.emplace_back("makeStatusItem");
-        auto item = std::make_unique<FakeStatusItem>();
+        note("makeStatusItem");
+        auto item = std::make_unique<FakeStatusItem>(trace);
         statusItem = item.get();
         return item;
     }
     std::shared_ptr<Window> makeWindow(const WindowDescription& description,
                                        WindowDelegate* delegate) override {
-        calls.emplace_back("makeWindow");
-        madeWindows.push_back(std::make_shared<FakeWindow>(description, delegate));
+        note("makeWindow");
+        madeWindows.push_back(std::make_shared<FakeWindow>(description, delegate, trace));
         return madeWindows.back();
     }
     std::vector<std::shared_ptr<Window>> windows() override {
@@ -121,7 +140,13 @@ public:
     }
     std::filesystem::path bundlePath() override { return bundle; }
     std::filesystem::path registrationToolPath() override { return registrationTool; }
-    void terminate() override { calls.emplace_back("terminate"); }
+    void terminate() override { note("terminate"); }
+
+private:
+    void note(const char* call) {
+        calls.emplace_back(call);
+        trace.add(call);
+    }
 };
 
 } // namespace cadora::test

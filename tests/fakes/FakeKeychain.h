@@ -1,5 +1,6 @@
 #pragma once
 
+#include "fakes/Trace.h"
 #include "platform/Keychain.h"
 
 #include <map>
@@ -13,6 +14,8 @@ namespace cadora::test {
 // A keychain in memory. A status that is set is what every call of that kind answers, and nothing changes.
 class FakeKeychain : public Keychain {
 public:
+    // Of the calls that change something.
+    Trace trace;
     std::map<std::pair<std::string, std::string>, std::string> items;
     std::optional<Status> copyStatus;
     std::optional<Status> updateStatus;
@@ -45,6 +48,7 @@ public:
 
     Status update(const KeychainQuery& query, const std::string& data) override {
         record("update", query);
+        trace.add(calls.back());
         if (updateStatus) {
             return *updateStatus;
         }
@@ -58,6 +62,7 @@ public:
 
     Status add(const KeychainQuery& query, const std::string& data, KeychainAccessibility) override {
         record("add", query);
+        trace.add(calls.back());
         if (addStatus) {
             return *addStatus;
         }
@@ -66,6 +71,7 @@ public:
 
     Status remove(const KeychainQuery& query) override {
         record("remove", query);
+        trace.add(calls.back());
         if (removeStatus) {
             return *removeStatus;
         }

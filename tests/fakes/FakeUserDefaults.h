@@ -1,5 +1,6 @@
 #pragma once
 
+#include "fakes/Trace.h"
 #include "platform/UserDefaults.h"
 
 #include <map>
@@ -11,6 +12,7 @@ namespace cadora::test {
 
 class FakeUserDefaults : public UserDefaults {
 public:
+    Trace trace;
     std::map<std::string, PropertyValue> values;
     // The other domains by name; one that isn't here can't be opened.
     std::map<std::string, std::unique_ptr<FakeUserDefaults>> suites;
@@ -21,6 +23,7 @@ public:
     }
 
     void set(const std::string& key, std::optional<PropertyValue> value) override {
+        trace.add("set " + key);
         values.erase(key);
         if (value) {
             values.emplace(key, *std::move(value));

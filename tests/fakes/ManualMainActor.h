@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/MainActor.h"
+#include "fakes/Trace.h"
 
 #include <deque>
 #include <functional>
@@ -12,10 +13,13 @@ namespace cadora::test {
 // A main actor whose turns are cranked by hand.
 class ManualMainActor : public MainActor {
 public:
+    Trace trace;
+
     ~ManualMainActor() override { destroyTasks(); }
 
     void post(std::function<void()> job) override {
         const std::lock_guard guard(mutex_);
+        trace.add("post");
         jobs_.push_back(std::move(job));
     }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "fakes/Trace.h"
 #include "platform/Application.h"
 #include "platform/ProcessLauncher.h"
 #include "platform/RandomSource.h"
@@ -26,11 +27,18 @@ public:
 
 class RecordingNotificationCenter : public UserNotificationCenter {
 public:
+    Trace trace;
     std::vector<unsigned> authorizations;
     std::vector<UserNotificationRequest> requests;
 
-    void requestAuthorization(unsigned options) override { authorizations.push_back(options); }
-    void add(UserNotificationRequest request) override { requests.push_back(std::move(request)); }
+    void requestAuthorization(unsigned options) override {
+        trace.add("requestAuthorization");
+        authorizations.push_back(options);
+    }
+    void add(UserNotificationRequest request) override {
+        trace.add("notify " + request.title);
+        requests.push_back(std::move(request));
+    }
 
     // Title and body in one, for comparing.
     std::vector<std::string> texts() const {
@@ -54,13 +62,18 @@ private:
 
 class RecordingWorkspace : public Workspace {
 public:
+    Trace trace;
     std::vector<std::string> openedURLs;
     std::vector<std::filesystem::path> recycledItems;
     // Kept for the test to call.
     std::function<void()> recycleHandler;
 
-    void openURL(const URL& url) override { openedURLs.push_back(url.text()); }
+    void openURL(const URL& url) override {
+        trace.add("openURL " + url.text());
+        openedURLs.push_back(url.text());
+    }
     void recycle(const std::filesystem::path& item, std::function<void()> handler) override {
+        trace.add("recycle " + item.string());
         recycledItems.push_back(item);
         recycleHandler = std::move(handler);
     }
@@ -68,6 +81,7 @@ public:
 
 class RecordingProcessLauncher : public ProcessLauncher {
 public:
+    Trace trace;
     std::set<std::filesystem::path> executables;
     std::vector<std::string> commands;
 
@@ -77,6 +91,7 @@ public:
         for (const auto& argument : arguments) {
             command += " " + argument;
         }
+        trace.add("run " + command);
         commands.push_back(command);
     }
 };

@@ -10,9 +10,10 @@
 #include "fakes/ManualClock.h"
 #include "fakes/ManualMainActor.h"
 #include "fakes/Recorders.h"
+#include "fakes/RecordingFileManager.h"
 #include "fakes/TemporaryDirectory.h"
+#include "fakes/Trace.h"
 
-#include "hosts/linux/PosixFileManager.h"
 #include "platform/Platform.h"
 
 namespace cadora::test {
@@ -21,15 +22,21 @@ namespace cadora::test {
 // that uses the platform.
 class TestPlatform {
 public:
-    TestPlatform() { Platform::install(&platform_); }
+    TestPlatform() {
+        fileManager.trace = userDefaults.trace = keychain.trace = notificationCenter.trace =
+            application.trace = workspace.trace = processLauncher.trace = mainActor.trace = trace;
+        Platform::install(&platform_);
+    }
     TestPlatform(const TestPlatform&) = delete;
     TestPlatform& operator=(const TestPlatform&) = delete;
     ~TestPlatform() { Platform::install(nullptr); }
 
+    // Shared by the fakes.
+    Trace trace;
     TemporaryDirectory home;
     InlineBackgroundExecutor background;
     ManualClock clock;
-    PosixFileManager fileManager{home.path() / "data"};
+    RecordingFileManager fileManager{home.path() / "data"};
     SequenceRandomSource random;
     RecordingSystemLog systemLog;
     FakeUserDefaults userDefaults;
