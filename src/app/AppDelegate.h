@@ -1,6 +1,11 @@
 #pragma once
 
+#include "app/MenuBarController.h"
 #include "app/ServiceProvider.h"
+#include "app/WelcomeWindowController.h"
+#include "upload/UploadQueue.h"
+
+#include <memory>
 
 namespace cadora {
 
@@ -8,16 +13,24 @@ namespace cadora {
 // keeps it for the life of the process. Main actor only.
 class AppDelegate {
 public:
-    explicit AppDelegate(UploadQueue& queue = UploadQueue::shared())
-        : queue_(queue), serviceProvider_(queue) {}
+    explicit AppDelegate(UploadQueue& queue = UploadQueue::shared());
 
-    // The event loop runs: takes send requests, asks for permission to notify, and sends what an earlier run
-    // left in the outbox.
+    // The event loop runs: takes send requests, shows the menu, asks for permission to notify, sends what an
+    // earlier run left in the outbox, and welcomes a user who is not signed in.
     void applicationDidFinishLaunching();
 
+    // The user opened the program while it runs: the way back to an icon that was hidden. True: the host does
+    // whatever else it does by itself, whether or not a window is to be seen.
+    bool applicationShouldHandleReopen(bool hasVisibleWindows);
+
 private:
+    void showWelcomeWindow();
+    void showWelcomeWindowUnlessSignedIn();
+
     UploadQueue& queue_;
+    std::shared_ptr<MenuBarController> menuBar_;
     ServiceProvider serviceProvider_;
+    WelcomeWindowController welcome_;
 };
 
 } // namespace cadora

@@ -135,6 +135,7 @@ int serve(DBusApplication& services, StderrSystemLog& systemLog, const std::vect
     });
     // Before the event loop: a request may have come with the name already, and the loop brings it in.
     AppDelegate delegate;
+    application.setActivationPolicy(Application::ActivationPolicy::accessory);
     delegate.applicationDidFinishLaunching();
     if (!uris.empty()) {
         if (const std::string error = services.open(uris); !error.empty()) {
