@@ -9,7 +9,8 @@
 
 namespace cadora::test {
 
-// Qt's event loop in a test: without a display, and run only while the test waits for something.
+// Qt's event loop in a test, run only while the test waits for something: without a display, unless the test
+// has made a QApplication before.
 class EventLoop {
 public:
     EventLoop() { application(); }
@@ -39,6 +40,9 @@ public:
 
 private:
     static QCoreApplication* application() {
+        if (QCoreApplication* const existing = QCoreApplication::instance()) {
+            return existing;
+        }
         static int argumentCount = 1;
         static char name[] = "test";
         static char* arguments[] = {name, nullptr};

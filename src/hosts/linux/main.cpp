@@ -3,6 +3,7 @@
 #include "hosts/linux/CurlURLSession.h"
 #include "hosts/linux/DBusApplication.h"
 #include "hosts/linux/DBusUserNotificationCenter.h"
+#include "hosts/linux/Display.h"
 #include "hosts/linux/FfmpegMediaFramework.h"
 #include "hosts/linux/FileManagerEntries.h"
 #include "hosts/linux/FileUserDefaults.h"
@@ -12,6 +13,7 @@
 #include "hosts/linux/LibsecretKeychain.h"
 #include "hosts/linux/PosixFileManager.h"
 #include "hosts/linux/PosixProcessLauncher.h"
+#include "hosts/linux/QtApplication.h"
 #include "hosts/linux/QtClock.h"
 #include "hosts/linux/QtMainActor.h"
 #include "hosts/linux/SingleInstance.h"
@@ -21,6 +23,7 @@
 #include "hosts/linux/XDGFolders.h"
 #include "platform/Platform.h"
 
+#include <QApplication>
 #include <QCoreApplication>
 #include <QDBusConnection>
 #include <QStandardPaths>
@@ -28,6 +31,8 @@
 #include <csignal>
 #include <exception>
 #include <filesystem>
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <system_error>
@@ -94,6 +99,31 @@ std::filesystem::path defaultsFile() {
     return std::filesystem::path(folder.toStdString()) / "com.norvelant.cadora.mac" / "defaults.json";
 }
 
+std::unique_ptr<QCoreApplication> makeQtApplication(int& argumentCount, char** arguments) {
+    QCoreApplication::setApplicationName("Cadora Helper");
+    if (findDisplay() == Display::present) {
+        return std::make_unique<QApplication>(argumentCount, arguments);
+    }
+    return std::make_unique<QCoreApplication>(argumentCount, arguments);
+}
+
+// The application with what shows it, or without where there is no display.
+struct Desktop {
+    std::unique_ptr<Application> application;
+    std::function<void()> showMenus;
+};
+
+Desktop makeDesktop(MainActor& mainActor, DBusApplication& services, FileManagerEntries& entries) {
+    std::filesystem::path bundle = programFolder().parent_path();
+    if (qobject_cast<QApplication*>(QCoreApplication::instance()) == nullptr) {
+        return {std::make_unique<HeadlessApplication>(services, entries, std::move(bundle)), [] {}};
+    }
+    auto shown = std::make_unique<QtApplication>(mainActor, services, entries, QDBusConnection::sessionBus(),
+                                                 std::move(bundle));
+    const auto showMenus = [application = shown.get()] { application->showMenusUnlessInPanel(); };
+    return {std::move(shown), showMenus};
+}
+
 // Runs the helper until the desktop ends. The name on the bus is ours already.
 int serve(DBusApplication& services, StderrSystemLog& systemLog, const std::vector<std::string>& uris) {
     QtMainActor mainActor;
@@ -108,7 +138,7 @@ int serve(DBusApplication& services, StderrSystemLog& systemLog, const std::vect
     DBusUserNotificationCenter notificationCenter(mainActor, QDBusConnection::sessionBus());
     FileManagerEntries entries(XDGFolders::ofUser(), programFolder() / "cadora-send", userDefaults,
                                systemLog);
-    HeadlessApplication application(services, entries, programFolder().parent_path());
+    const Desktop desktop = makeDesktop(mainActor, services, entries);
     HeadlessWebAuthentication webAuthentication;
     GioWorkspace workspace(background);
     PosixProcessLauncher processLauncher;
@@ -123,12 +153,13 @@ int serve(DBusApplication& services, StderrSystemLog& systemLog, const std::vect
                             urlSession,
                             mediaFramework,
                             notificationCenter,
-                            application,
+                            *desktop.application,
                             webAuthentication,
                             workspace,
                             processLauncher};
     Platform::install(&platform);
 
+    services.setReopenHandler([&desktop] { desktop.showMenus(); });
     services.setBusLostHandler([] {
         report("the session bus is gone");
         QCoreApplication::exit(unavailable);
@@ -156,10 +187,9 @@ int run(int argc, char** argv) {
     if (const auto status = forward(uris)) {
         return *status;
     }
-    QCoreApplication::setApplicationName("Cadora Helper");
     // The arguments are files, and none is meant for Qt.
     int argumentCount = 1;
-    const QCoreApplication qt(argumentCount, argv);
+    const auto qt = makeQtApplication(argumentCount, argv);
     StderrSystemLog systemLog;
     DBusApplication services(QDBusConnection::sessionBus(), systemLog);
     for (int attempt = 1; services.claimName() == DBusApplication::Claim::anotherRuns; ++attempt) {

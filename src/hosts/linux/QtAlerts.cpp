@@ -1,0 +1,112 @@
+#include "hosts/linux/QtAlerts.h"
+
+#include "hosts/linux/QtText.h"
+#include "hosts/linux/QtWindow.h"
+
+#include <QAbstractButton>
+#include <QGuiApplication>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPushButton>
+
+#include <algorithm>
+#include <utility>
+#include <vector>
+
+namespace cadora {
+
+namespace {
+
+struct Buttons {
+    std::vector<QAbstractButton*> inOrder;
+
+    int answer(const QAbstractButton* chosen) const {
+        const auto found = std::find(inOrder.begin(), inOrder.end(), chosen);
+        const auto index =
+            found == inOrder.end() ? inOrder.size() - 1 : static_cast<std::size_t>(found - inOrder.begin());
+        return Alert::firstButtonReturn + static_cast<int>(index);
+    }
+};
+
+Buttons addButtons(QMessageBox& box, const Alert& alert) {
+    Buttons buttons;
+    for (const std::string& title : alert.buttons) {
+        const bool declines = !buttons.inOrder.empty() && buttons.inOrder.size() + 1 == alert.buttons.size();
+        buttons.inOrder.push_back(
+            box.addButton(qtTitle(title), declines ? QMessageBox::RejectRole : QMessageBox::AcceptRole));
+    }
+    if (buttons.inOrder.empty()) {
+        buttons.inOrder.push_back(box.addButton(QMessageBox::Ok));
+    }
+    box.setDefaultButton(static_cast<QPushButton*>(buttons.inOrder.front()));
+    box.setEscapeButton(buttons.inOrder.back());
+    return buttons;
+}
+
+// What an alert says is no mark-up, wherever it came from.
+void showPlainText(QMessageBox& box, const Alert& alert) {
+    box.setTextFormat(Qt::PlainText);
+    box.setText(qtText(alert.messageText));
+    box.setInformativeText(qtText(alert.informativeText));
+    for (QLabel* const label : box.findChildren<QLabel*>()) {
+        label->setTextFormat(Qt::PlainText);
+    }
+    if (auto* const title = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_label"))) {
+        QFont font = title->font();
+        font.setBold(true);
+        title->setFont(font);
+    }
+}
+
+} // namespace
+
+QtAlerts::~QtAlerts() {
+    delete box_;
+}
+
+CancelAction QtAlerts::run(Alert alert, Completion<int> completion) {
+    const auto request = std::make_shared<Request>(Request{std::move(alert), std::move(completion)});
+    requests_.push_back(request);
+    if (requests_.size() == 1) {
+        showNext();
+    }
+    return [this, request] { end(request); };
+}
+
+void QtAlerts::showNext() {
+    if (requests_.empty()) {
+        return;
+    }
+    const auto request = requests_.front();
+    const Alert& alert = request->alert;
+    box_ = new QMessageBox;
+    box_->setWindowTitle(QGuiApplication::applicationDisplayName());
+    box_->setWindowModality(Qt::ApplicationModal);
+    box_->setIcon(alert.style == Alert::Style::warning ? QMessageBox::Warning : QMessageBox::Information);
+    showPlainText(*box_, alert);
+    const Buttons buttons = addButtons(*box_, alert);
+    QObject::connect(box_, &QMessageBox::finished, box_, [this, request, buttons, box = box_] {
+        const int answer = buttons.answer(box->clickedButton());
+        mainActor_.post([completion = request->completion, answer] { completion(answer); });
+        end(request);
+    });
+    showInFront(*box_);
+}
+
+void QtAlerts::end(const std::shared_ptr<Request>& request) {
+    const auto found = std::find(requests_.begin(), requests_.end(), request);
+    if (found == requests_.end()) {
+        return;
+    }
+    const bool shown = found == requests_.begin();
+    requests_.erase(found);
+    if (shown) {
+        QMessageBox* const box = std::exchange(box_, nullptr);
+        box->disconnect();
+        box->hide();
+        box->deleteLater();
+        showNext();
+    }
+}
+
+} // namespace cadora
