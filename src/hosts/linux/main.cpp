@@ -159,14 +159,17 @@ int serve(DBusApplication& services, StderrSystemLog& systemLog, const std::vect
                             processLauncher};
     Platform::install(&platform);
 
-    services.setReopenHandler([&desktop] { desktop.showMenus(); });
     services.setBusLostHandler([] {
         report("the session bus is gone");
         QCoreApplication::exit(unavailable);
     });
     // Before the event loop: a request may have come with the name already, and the loop brings it in.
     AppDelegate delegate;
-    application.setActivationPolicy(Application::ActivationPolicy::accessory);
+    services.setReopenHandler([&] {
+        delegate.applicationShouldHandleReopen(false);
+        desktop.showMenus();
+    });
+    desktop.application->setActivationPolicy(Application::ActivationPolicy::accessory);
     delegate.applicationDidFinishLaunching();
     if (!uris.empty()) {
         if (const std::string error = services.open(uris); !error.empty()) {
