@@ -94,6 +94,15 @@ std::filesystem::path programFolder() {
     return QCoreApplication::applicationDirPath().toStdString();
 }
 
+// What goes to the Trash: the folder of an installation, but of a build folder no more than the program.
+std::filesystem::path bundle() {
+    const std::filesystem::path folder = programFolder().parent_path();
+    if (folder.filename() == "cadora-helper") {
+        return folder;
+    }
+    return QCoreApplication::applicationFilePath().toStdString();
+}
+
 std::filesystem::path defaultsFile() {
     const QString folder = QStandardPaths::writableLocation(QStandardPaths::GenericConfigLocation);
     return std::filesystem::path(folder.toStdString()) / "com.norvelant.cadora.mac" / "defaults.json";
@@ -114,12 +123,11 @@ struct Desktop {
 };
 
 Desktop makeDesktop(MainActor& mainActor, DBusApplication& services, FileManagerEntries& entries) {
-    std::filesystem::path bundle = programFolder().parent_path();
     if (qobject_cast<QApplication*>(QCoreApplication::instance()) == nullptr) {
-        return {std::make_unique<HeadlessApplication>(services, entries, std::move(bundle)), [] {}};
+        return {std::make_unique<HeadlessApplication>(services, entries, bundle()), [] {}};
     }
     auto shown = std::make_unique<QtApplication>(mainActor, services, entries, QDBusConnection::sessionBus(),
-                                                 std::move(bundle));
+                                                 bundle());
     const auto showMenus = [application = shown.get()] { application->showMenusUnlessInPanel(); };
     return {std::move(shown), showMenus};
 }
