@@ -96,7 +96,7 @@ std::filesystem::path programFolder() {
 
 // What goes to the Trash: the folder of an installation, but of a build folder no more than the program.
 std::filesystem::path bundle() {
-    const std::filesystem::path folder = programFolder().parent_path();
+    std::filesystem::path folder = programFolder().parent_path();
     if (folder.filename() == "cadora-helper") {
         return folder;
     }
