@@ -20,4 +20,14 @@ std::string AuthError::text() const {
     return "unknown";
 }
 
+bool isNoAccount(const std::exception_ptr& error) {
+    try {
+        std::rethrow_exception(error);
+    } catch (const AuthError& known) {
+        return known == AuthError::noAccount();
+    } catch (...) {
+        return false;
+    }
+}
+
 } // namespace cadora

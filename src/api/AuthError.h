@@ -3,6 +3,7 @@
 #include "base/Error.h"
 
 #include <cstdint>
+#include <exception>
 #include <optional>
 #include <string>
 
@@ -50,5 +51,9 @@ private:
     Case case_;
     std::optional<std::int64_t> status_;
 };
+
+// Whether what was caught is AuthError::noAccount(), which users are told about in words of its own. A null
+// pointer is a programming error.
+bool isNoAccount(const std::exception_ptr& error);
 
 } // namespace cadora

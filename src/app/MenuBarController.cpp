@@ -26,16 +26,6 @@ bool awaitsRetry(const OutboxItem& item) {
     return item.state == OutboxState::failed || item.state == OutboxState::deferredAuth;
 }
 
-bool isNoAccount(const std::exception_ptr& error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const AuthError& known) {
-        return known == AuthError::noAccount();
-    } catch (...) {
-        return false;
-    }
-}
-
 bool isFirstButton(const Result<int>& answer) {
     const int* button = std::get_if<int>(&answer);
     return button && *button == Alert::firstButtonReturn;
@@ -233,8 +223,7 @@ void MenuBarController::toggleMenuBarIcon() {
     platform.application.runModal(
         {"Cadora Helper icon hidden",
          "Cadora Helper keeps running in the background — “Send to Cadora” still works and you’ll still get "
-         "a "
-         "notification on each upload. To show the icon again, open Cadora Helper from your Applications "
+         "a notification on each upload. To show the icon again, open Cadora Helper from your Applications "
          "folder."},
         [](const Result<int>&) {});
 }

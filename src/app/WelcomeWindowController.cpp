@@ -42,16 +42,6 @@ Stack accountNotice() {
                                  ColorRole::systemRed}}};
 }
 
-bool isNoAccount(const std::exception_ptr& error) {
-    try {
-        std::rethrow_exception(error);
-    } catch (const AuthError& known) {
-        return known == AuthError::noAccount();
-    } catch (...) {
-        return false;
-    }
-}
-
 // Null when the controller is gone.
 WelcomeWindowController* find(const std::weak_ptr<WelcomeWindowController>& reference) {
     return reference.lock().get();

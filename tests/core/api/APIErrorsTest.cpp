@@ -4,6 +4,8 @@
 
 #include <doctest/doctest.h>
 
+#include <exception>
+
 using namespace cadora;
 
 TEST_CASE("every error of the program shows as its case and payload") {
@@ -28,4 +30,11 @@ TEST_CASE("errors are equal when case and payload are") {
     CHECK(UploadError::missingURL("a") == UploadError::missingURL("a"));
     CHECK_FALSE(UploadError::missingURL("a") == UploadError::http(1));
     CHECK_FALSE(TranscodeError::exportFailed("a") == TranscodeError::exportFailed(std::nullopt));
+}
+
+TEST_CASE("of all that can be caught, only the missing account is told apart") {
+    CHECK(isNoAccount(std::make_exception_ptr(AuthError::noAccount())));
+    CHECK_FALSE(isNoAccount(std::make_exception_ptr(AuthError::badResponse())));
+    CHECK_FALSE(isNoAccount(std::make_exception_ptr(CancellationError())));
+    CHECK_FALSE(isNoAccount(std::make_exception_ptr(1)));
 }
