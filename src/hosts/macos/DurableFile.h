@@ -1,0 +1,31 @@
+#pragma once
+
+#include <filesystem>
+#include <string_view>
+
+namespace cadora {
+
+// System calls that Foundation has no words for. All answer 0 or an errno value.
+
+// Brings a file's bytes, or a folder's entries, through the drive's own cache; what was synced before on the
+// same drive too. A file system that can't is asked for what it can.
+int syncThroughDrive(const std::filesystem::path& path);
+
+// Syncs everything in a folder, or a file, and unlocks it: what carries the immutable flag could be neither
+// moved nor deleted. Not through the drive's cache yet.
+int unlockAndSync(const std::filesystem::path& path);
+
+// A new file with these bytes, on the disk; mode 0600. Fails when it exists.
+int writeNewFile(const std::filesystem::path& path, std::string_view bytes);
+
+// Gives an item its final name, beside it, in place of a file of that name; the folder's entries are on the
+// disk afterwards.
+int moveReplacing(const std::filesystem::path& from, const std::filesystem::path& to);
+
+// The same, but fails with EEXIST when there is something of that name.
+int moveWithoutReplacing(const std::filesystem::path& from, const std::filesystem::path& to);
+
+// A name that nobody has, hidden, beside `path` and with its extension.
+std::filesystem::path temporaryNameBeside(const std::filesystem::path& path);
+
+} // namespace cadora

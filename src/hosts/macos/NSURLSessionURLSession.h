@@ -1,0 +1,25 @@
+#pragma once
+
+#include "base/MainActor.h"
+#include "platform/URLSession.h"
+
+namespace cadora {
+
+// The shared NSURLSession. Answers to these requests, which are POST and PUT, are not cached by it.
+//
+// It doesn't say when it opens the file of an upload, and may open it again for a redirect. So the upload
+// reads a hard link of its own, made within the call, in the user's folder for temporary files; where none
+// can be made, because the file is on another volume or is not there, it reads the file itself.
+class NSURLSessionURLSession : public URLSession {
+public:
+    explicit NSURLSessionURLSession(MainActor& mainActor) : mainActor_(mainActor) {}
+
+    CancelAction data(URLRequest request, Completion<Answer> completion) override;
+    CancelAction upload(URLRequest request, std::filesystem::path fromFile,
+                        Completion<Answer> completion) override;
+
+private:
+    MainActor& mainActor_;
+};
+
+} // namespace cadora

@@ -1,0 +1,136 @@
+#include "hosts/macos/NSURLSessionURLSession.h"
+
+#include "hosts/macos/FoundationError.h"
+#include "hosts/macos/FoundationText.h"
+
+#include <memory>
+#include <utility>
+
+#include <unistd.h>
+
+#import <Foundation/Foundation.h>
+
+namespace cadora {
+
+namespace {
+
+using Handler = void (^)(NSData*, NSURLResponse*, NSError*);
+
+// Nil when the platform takes the request's URL for none.
+NSMutableURLRequest* nsRequest(const URLRequest& request) {
+    NSURL* const url = nsURL(request.url);
+    if (url == nil) {
+        return nil;
+    }
+    NSMutableURLRequest* const result =
+        [NSMutableURLRequest requestWithURL:url
+                                cachePolicy:NSURLRequestUseProtocolCachePolicy
+                            timeoutInterval:static_cast<NSTimeInterval>(request.timeoutInterval.count())];
+    result.HTTPMethod = nsString(request.httpMethod);
+    for (const auto& [field, value] : request.headers) {
+        [result setValue:nsString(value) forHTTPHeaderField:nsString(field)];
+    }
+    if (!request.httpBody.empty()) {
+        result.HTTPBody = [NSData dataWithBytes:request.httpBody.data() length:request.httpBody.size()];
+    }
+    return result;
+}
+
+URLResponse urlResponse(NSURLResponse* response) {
+    if (![response isKindOfClass:[NSHTTPURLResponse class]]) {
+        return {};
+    }
+    return {static_cast<NSHTTPURLResponse*>(response).statusCode};
+}
+
+// The platform's description tells neither the server nor the file. Its user info does, but with the URL's
+// path and query, which carry the right to upload.
+PlatformError transferError(NSError* error, const URL& url, const std::filesystem::path& file) {
+    std::string message = url.authority();
+    if (!file.empty()) {
+        message += ", uploading “" + displayName(file) + "”";
+    }
+    const PlatformError plain = platformError(error);
+    return {plain.domain(), plain.code(), message + ": " + plain.message()};
+}
+
+PlatformError notAURL(const URL& url) {
+    return {stdString(NSURLErrorDomain), NSURLErrorBadURL, url.origin() + ": the address is not a URL"};
+}
+
+// What both kinds of task call at their end, on a thread of the session's. Everything by value: a block keeps
+// a reference as a reference.
+Handler completionHandler(MainActor* actor, URL url, std::filesystem::path file,
+                          Completion<URLSession::Answer> completion) {
+    return ^(NSData* data, NSURLResponse* response, NSError* error) {
+      auto result = std::make_shared<Result<URLSession::Answer>>();
+      if (error != nil) {
+          *result = failure<URLSession::Answer>(transferError(error, url, file));
+      } else {
+          *result = URLSession::Answer{stdString(data), urlResponse(response)};
+      }
+      actor->post([result, completion] { completion(std::move(*result)); });
+    };
+}
+
+// A second name for a file, until it is destroyed.
+class HardLink {
+public:
+    explicit HardLink(const std::filesystem::path& file)
+        : path_(stdString(NSTemporaryDirectory()) + stdString([NSUUID UUID].UUIDString) + ".upload"),
+          exists_(link(file.c_str(), path_.c_str()) == 0) {}
+    HardLink(const HardLink&) = delete;
+    HardLink& operator=(const HardLink&) = delete;
+    ~HardLink() {
+        if (exists_) {
+            unlink(path_.c_str());
+        }
+    }
+
+    bool exists() const { return exists_; }
+    const std::filesystem::path& path() const { return path_; }
+
+private:
+    std::filesystem::path path_;
+    bool exists_;
+};
+
+CancelAction resume(NSURLSessionTask* task) {
+    [task resume];
+    return [task] { [task cancel]; };
+}
+
+} // namespace
+
+CancelAction NSURLSessionURLSession::data(URLRequest request, Completion<Answer> completion) {
+    NSURLRequest* const prepared = nsRequest(request);
+    if (prepared == nil) {
+        mainActor_.post([url = request.url, completion] { completion(failure<Answer>(notAURL(url))); });
+        return nullptr;
+    }
+    return resume([[NSURLSession sharedSession]
+        dataTaskWithRequest:prepared
+          completionHandler:completionHandler(&mainActor_, request.url, {}, completion)]);
+}
+
+CancelAction NSURLSessionURLSession::upload(URLRequest request, std::filesystem::path fromFile,
+                                            Completion<Answer> completion) {
+    NSURLRequest* const prepared = nsRequest(request);
+    if (prepared == nil) {
+        mainActor_.post([url = request.url, completion] { completion(failure<Answer>(notAURL(url))); });
+        return nullptr;
+    }
+    const auto kept = std::make_shared<HardLink>(fromFile);
+    const Handler handler = completionHandler(&mainActor_, request.url, fromFile, completion);
+    const Handler handlerWithFile = ^(NSData* data, NSURLResponse* response, NSError* error) {
+      // The name goes when the session is done with this block.
+      (void)kept;
+      handler(data, response, error);
+    };
+    return resume([[NSURLSession sharedSession]
+        uploadTaskWithRequest:prepared
+                     fromFile:fileURL(kept->exists() ? kept->path() : fromFile)
+            completionHandler:handlerWithFile]);
+}
+
+} // namespace cadora

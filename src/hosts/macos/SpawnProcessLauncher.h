@@ -1,0 +1,15 @@
+#pragma once
+
+#include "platform/ProcessLauncher.h"
+
+namespace cadora {
+
+// Programs started by posix_spawn, with this program's environment and standard descriptors. Waiting blocks
+// the thread and runs no event loop.
+class SpawnProcessLauncher : public ProcessLauncher {
+public:
+    bool isExecutableFile(const std::filesystem::path& path) override;
+    void run(const std::filesystem::path& executable, const std::vector<std::string>& arguments) override;
+};
+
+} // namespace cadora

@@ -1,0 +1,90 @@
+#include "app/AppDelegate.h"
+#include "hosts/macos/AVFoundationMediaFramework.h"
+#include "hosts/macos/AppKitApplication.h"
+#include "hosts/macos/AuthenticationServicesWebAuthentication.h"
+#include "hosts/macos/DispatchBackgroundExecutor.h"
+#include "hosts/macos/DispatchClock.h"
+#include "hosts/macos/DispatchMainActor.h"
+#include "hosts/macos/FoundationFileManager.h"
+#include "hosts/macos/NSLogSystemLog.h"
+#include "hosts/macos/NSURLSessionURLSession.h"
+#include "hosts/macos/NSUserDefaultsUserDefaults.h"
+#include "hosts/macos/NSWorkspaceWorkspace.h"
+#include "hosts/macos/SecItemKeychain.h"
+#include "hosts/macos/SecRandomSource.h"
+#include "hosts/macos/SpawnProcessLauncher.h"
+#include "hosts/macos/UserNotificationsCenter.h"
+#include "platform/Platform.h"
+
+#import <AppKit/AppKit.h>
+
+// Hands the application's events to the core.
+@interface CadoraApplicationDelegate : NSObject <NSApplicationDelegate>
+// The delegate must outlive this object.
+- (instancetype)initWithDelegate:(cadora::AppDelegate*)delegate NS_DESIGNATED_INITIALIZER;
+- (instancetype)init NS_UNAVAILABLE;
+@end
+
+@implementation CadoraApplicationDelegate {
+    cadora::AppDelegate* _delegate;
+}
+
+- (instancetype)initWithDelegate:(cadora::AppDelegate*)delegate {
+    if (self = [super init]) {
+        _delegate = delegate;
+    }
+    return self;
+}
+
+- (void)applicationDidFinishLaunching:(NSNotification*)notification {
+    _delegate->applicationDidFinishLaunching();
+}
+
+@end
+
+int main() {
+    using namespace cadora;
+    @autoreleasepool {
+        DispatchMainActor mainActor;
+        DispatchClock clock;
+        DispatchBackgroundExecutor background;
+        FoundationFileManager fileManager;
+        SecRandomSource random;
+        NSLogSystemLog systemLog;
+        NSUserDefaultsUserDefaults userDefaults;
+        SecItemKeychain keychain;
+        NSURLSessionURLSession urlSession(mainActor);
+        AVFoundationMediaFramework mediaFramework(mainActor);
+        UserNotificationsCenter notificationCenter;
+        AppKitApplication application(mainActor);
+        AuthenticationServicesWebAuthentication webAuthentication;
+        NSWorkspaceWorkspace workspace;
+        SpawnProcessLauncher processLauncher;
+        const Platform platform{mainActor,
+                                background,
+                                clock,
+                                fileManager,
+                                random,
+                                systemLog,
+                                userDefaults,
+                                keychain,
+                                urlSession,
+                                mediaFramework,
+                                notificationCenter,
+                                application,
+                                webAuthentication,
+                                workspace,
+                                processLauncher};
+        Platform::install(&platform);
+
+        AppDelegate delegate;
+        CadoraApplicationDelegate* const applicationDelegate =
+            [[CadoraApplicationDelegate alloc] initWithDelegate:&delegate];
+        NSApplication* const sharedApplication = [NSApplication sharedApplication];
+        sharedApplication.delegate = applicationDelegate;
+        application.setActivationPolicy(Application::ActivationPolicy::accessory);
+        // The program ends in here: -terminate: does not return.
+        [sharedApplication run];
+    }
+    return 0;
+}
