@@ -1,7 +1,7 @@
 #pragma once
 
 #include "fakes/Trace.h"
-#include "hosts/linux/PosixFileManager.h"
+#include "HostFileManager.h"
 
 #include <filesystem>
 #include <optional>
@@ -9,19 +9,19 @@
 namespace cadora::test {
 
 // The real file system, which remembers what was deleted from it.
-class RecordingFileManager : public PosixFileManager {
+class RecordingFileManager : public HostFileManager {
 public:
-    using PosixFileManager::PosixFileManager;
+    using HostFileManager::HostFileManager;
 
     Trace trace;
     bool knowsApplicationSupport = true;
 
     std::optional<std::filesystem::path> applicationSupportDirectory() override {
-        return knowsApplicationSupport ? PosixFileManager::applicationSupportDirectory() : std::nullopt;
+        return knowsApplicationSupport ? HostFileManager::applicationSupportDirectory() : std::nullopt;
     }
     void removeItem(const std::filesystem::path& path) override {
         trace.add("removeItem " + path.string());
-        PosixFileManager::removeItem(path);
+        HostFileManager::removeItem(path);
     }
 };
 

@@ -11,6 +11,11 @@ namespace cadora {
 // Failures are PlatformErrors of NSPOSIXErrorDomain where a system call failed, else of NSCocoaErrorDomain.
 class FoundationFileManager : public FileManager {
 public:
+    // With the application support directory of the user domain.
+    FoundationFileManager();
+
+    explicit FoundationFileManager(std::optional<std::filesystem::path> applicationSupportDirectory);
+
     std::optional<std::filesystem::path> applicationSupportDirectory() override;
     bool fileExists(const std::filesystem::path& path) override;
     void createDirectory(const std::filesystem::path& path) override;
@@ -19,6 +24,9 @@ public:
     void removeItem(const std::filesystem::path& path) override;
     std::string contents(const std::filesystem::path& path) override;
     void writeAtomically(const std::filesystem::path& path, std::string_view bytes) override;
+
+private:
+    std::optional<std::filesystem::path> applicationSupportDirectory_;
 };
 
 } // namespace cadora

@@ -6,6 +6,7 @@
 
 #include <cerrno>
 #include <string>
+#include <utility>
 
 #include <sys/stat.h>
 
@@ -25,6 +26,12 @@ constexpr const char* notWritten = "couldn’t be written";
 
 NSFileManager* files() {
     return [NSFileManager defaultManager];
+}
+
+std::optional<fs::path> userApplicationSupport() {
+    NSURL* const url = [files() URLsForDirectory:NSApplicationSupportDirectory inDomains:NSUserDomainMask]
+                           .firstObject;
+    return url.path ? std::optional<fs::path>(stdString(url.path)) : std::nullopt;
 }
 
 void require(int code, const fs::path& path, const char* whatFailed) {
@@ -79,10 +86,13 @@ private:
 
 } // namespace
 
+FoundationFileManager::FoundationFileManager() : FoundationFileManager(userApplicationSupport()) {}
+
+FoundationFileManager::FoundationFileManager(std::optional<fs::path> applicationSupportDirectory)
+    : applicationSupportDirectory_(std::move(applicationSupportDirectory)) {}
+
 std::optional<fs::path> FoundationFileManager::applicationSupportDirectory() {
-    NSURL* const url =
-        [files() URLsForDirectory:NSApplicationSupportDirectory inDomains:NSUserDomainMask].firstObject;
-    return url.path ? std::optional<fs::path>(stdString(url.path)) : std::nullopt;
+    return applicationSupportDirectory_;
 }
 
 bool FoundationFileManager::fileExists(const fs::path& path) {

@@ -1,0 +1,10 @@
+#pragma once
+
+#include "hosts/linux/PosixFileManager.h"
+
+namespace cadora::test {
+
+// The file system that the core's tests run on.
+using HostFileManager = PosixFileManager;
+
+} // namespace cadora::test
