@@ -1,7 +1,7 @@
 #pragma once
 
-#include "fakes/Trace.h"
 #include "HostFileManager.h"
+#include "fakes/Trace.h"
 
 #include <filesystem>
 #include <optional>

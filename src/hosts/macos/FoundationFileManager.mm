@@ -29,8 +29,8 @@ NSFileManager* files() {
 }
 
 std::optional<fs::path> userApplicationSupport() {
-    NSURL* const url = [files() URLsForDirectory:NSApplicationSupportDirectory inDomains:NSUserDomainMask]
-                           .firstObject;
+    NSURL* const url =
+        [files() URLsForDirectory:NSApplicationSupportDirectory inDomains:NSUserDomainMask].firstObject;
     return url.path ? std::optional<fs::path>(stdString(url.path)) : std::nullopt;
 }
 

@@ -40,6 +40,10 @@
     _delegate->applicationDidFinishLaunching();
 }
 
+- (BOOL)applicationShouldHandleReopen:(NSApplication*)sender hasVisibleWindows:(BOOL)hasVisibleWindows {
+    return _delegate->applicationShouldHandleReopen(hasVisibleWindows);
+}
+
 @end
 
 int main() {
@@ -78,7 +82,9 @@ int main() {
         Platform::install(&platform);
 
         AppDelegate delegate;
-        CadoraApplicationDelegate* const applicationDelegate =
+        // The application refers to it weakly, and what is not used any more may otherwise go before its
+        // scope.
+        __attribute__((objc_precise_lifetime)) CadoraApplicationDelegate* const applicationDelegate =
             [[CadoraApplicationDelegate alloc] initWithDelegate:&delegate];
         NSApplication* const sharedApplication = [NSApplication sharedApplication];
         sharedApplication.delegate = applicationDelegate;

@@ -1,0 +1,8 @@
+// link error: undefined symbol: kSecAttrLabel
+#import <Security/Security.h>
+
+CONSTANT(CFStringRef, kSecAttrLabel);
+
+int main() {
+    return kSecAttrLabel == nullptr;
+}
