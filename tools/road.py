@@ -191,15 +191,25 @@ class Outbox:
         return [item["state"] for item in self.items()]
 
 
-def sign_in():
+CREDENTIALS = Secret.Schema.new(
+    "com.norvelant.cadora.mac",
+    Secret.SchemaFlags.DONT_MATCH_NAME,
+    {"service": Secret.SchemaAttributeType.STRING, "account": Secret.SchemaAttributeType.STRING},
+)
+
+
+def sign_in(email=None):
     """Puts the stand-in's credentials into the session's keyring."""
-    schema = Secret.Schema.new(
-        "com.norvelant.cadora.mac",
-        Secret.SchemaFlags.DONT_MATCH_NAME,
-        {"service": Secret.SchemaAttributeType.STRING, "account": Secret.SchemaAttributeType.STRING},
-    )
-    for account, value in (("cadoraToken", TOKEN), ("cadoraUserId", USER_ID)):
+    values = {"cadoraToken": TOKEN, "cadoraUserId": USER_ID, "appleEmail": email}
+    for account, value in values.items():
+        if value is None:
+            continue
         attributes = {"service": BUS_NAME, "account": account}
         label = f"Cadora Helper ({account})"
-        if not Secret.password_store_sync(schema, attributes, Secret.COLLECTION_DEFAULT, label, value, None):
+        if not Secret.password_store_sync(CREDENTIALS, attributes, Secret.COLLECTION_DEFAULT, label, value, None):
             raise Failure("the session's keyring did not take the credentials")
+
+
+def forget_account():
+    """Takes every credential out of the session's keyring."""
+    Secret.password_clear_sync(CREDENTIALS, {"service": BUS_NAME}, None)

@@ -3,6 +3,8 @@
 #include "hosts/linux/QtText.h"
 #include "hosts/linux/QtWindow.h"
 
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QApplication>
 #include <QFrame>
 #include <QLabel>
@@ -16,12 +18,21 @@ namespace cadora {
 
 namespace {
 
-QWidget* makeSeparator() {
-    auto* const line = new QFrame;
-    line->setFrameShape(QFrame::HLine);
-    line->setFrameShadow(QFrame::Sunken);
-    return line;
-}
+class Separator : public QFrame {
+public:
+    Separator() {
+        setFrameShape(QFrame::HLine);
+        setFrameShadow(QFrame::Sunken);
+        QAccessible::installFactory(&Separator::makeAccessible);
+    }
+
+private:
+    // A plain frame would be a window's to a screen reader.
+    static QAccessibleInterface* makeAccessible(const QString&, QObject* object) {
+        auto* const line = dynamic_cast<Separator*>(object);
+        return line ? new QAccessibleWidget(line, QAccessible::Separator) : nullptr;
+    }
+};
 
 QWidget* makeInformation(const MenuInformation& information) {
     auto* const label = new QLabel;
@@ -62,8 +73,7 @@ MenuWindow::MenuWindow() : scroller_(new QScrollArea) {
 }
 
 void MenuWindow::showMenu(const Menu& menu, MenuTarget& target) {
-    const QWidget* const focused = focusWidget();
-    const QString focusedLine = focused ? focused->objectName() : QString();
+    const Line focused = focusedLine();
     auto* const content = new QWidget;
     auto* const layout = new QVBoxLayout(content);
     for (const MenuItem& item : menu) {
@@ -84,14 +94,44 @@ void MenuWindow::showMenu(const Menu& menu, MenuTarget& target) {
     if (wanted.height() > height() || !isVisible()) {
         resize(wanted.boundedTo({space.width(), space.height() * 3 / 4}));
     }
-    if (auto* const line = focusedLine.isEmpty() ? nullptr : content->findChild<QWidget*>(focusedLine)) {
-        line->setFocus();
+    focusLine(*layout, focused);
+}
+
+MenuWindow::Line MenuWindow::focusedLine() const {
+    QWidget* const focused = isVisible() ? focusWidget() : nullptr;
+    const QWidget* const content = scroller_->widget();
+    if (focused == nullptr || content == nullptr) {
+        return {};
+    }
+    return {content->layout()->indexOf(focused), focused->objectName()};
+}
+
+// The line of that title, or else what stands in its place.
+void MenuWindow::focusLine(const QLayout& layout, const Line& line) {
+    QWidget* nearest = nullptr;
+    for (int i = 0; i < layout.count(); ++i) {
+        QWidget* const widget = layout.itemAt(i)->widget();
+        if (widget == nullptr || widget->focusPolicy() == Qt::NoFocus) {
+            continue;
+        }
+        if (widget->objectName() == line.title) {
+            nearest = widget;
+            break;
+        }
+        if (nearest == nullptr || i <= line.index) {
+            nearest = widget;
+        }
+    }
+    if (nearest != nullptr) {
+        nearest->setFocus();
     }
 }
 
 QWidget* MenuWindow::makeLine(const MenuItem& item, MenuTarget& target) {
     if (const auto* const information = std::get_if<MenuInformation>(&item)) {
-        return makeInformation(*information);
+        QWidget* const line = makeInformation(*information);
+        line->setObjectName(qtText(information->title));
+        return line;
     }
     if (const auto* const command = std::get_if<MenuCommand>(&item)) {
         QWidget* const line = makeCommand(*command, target);
@@ -109,7 +149,7 @@ QWidget* MenuWindow::makeLine(const MenuItem& item, MenuTarget& target) {
         button->setMenu(&opened->widget());
         return button;
     }
-    return makeSeparator();
+    return new Separator;
 }
 
 } // namespace cadora

@@ -4,11 +4,13 @@
 #include "platform/Menu.h"
 
 #include <QDialog>
+#include <QString>
 
 #include <map>
 #include <memory>
 #include <string>
 
+class QLayout;
 class QScrollArea;
 
 namespace cadora {
@@ -24,6 +26,13 @@ public:
     void showMenu(const Menu& menu, MenuTarget& target);
 
 private:
+    struct Line {
+        int index = 0;
+        QString title;
+    };
+
+    Line focusedLine() const;
+    static void focusLine(const QLayout& layout, const Line& line);
     QWidget* makeLine(const MenuItem& item, MenuTarget& target);
 
     QScrollArea* scroller_;

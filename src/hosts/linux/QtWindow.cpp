@@ -3,6 +3,8 @@
 #include "hosts/linux/QtContentView.h"
 #include "hosts/linux/QtText.h"
 
+#include <QAccessible>
+#include <QAccessibleWidget>
 #include <QCloseEvent>
 #include <QPointer>
 #include <QScreen>
@@ -48,6 +50,7 @@ public:
         auto* const layout = new QVBoxLayout(this);
         layout->setContentsMargins(0, 0, 0, 0);
         closeByKeys(*this);
+        QAccessible::installFactory(&Frame::makeAccessible);
     }
 
     void leaveOwner() {
@@ -110,6 +113,12 @@ protected:
     }
 
 private:
+    // To a screen reader it is a window, whose title is read when it comes to the front.
+    static QAccessibleInterface* makeAccessible(const QString&, QObject* object) {
+        auto* const frame = dynamic_cast<Frame*>(object);
+        return frame ? new QAccessibleWidget(frame, QAccessible::Window) : nullptr;
+    }
+
     QtWindow* owner_;
     WindowDelegate* delegate_;
     QScrollArea* scroller_ = nullptr;

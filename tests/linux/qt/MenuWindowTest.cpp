@@ -3,6 +3,7 @@
 #include "linux/qt/Widgets.h"
 
 #include <QAccessible>
+#include <QLabel>
 #include <QPushButton>
 #include <QTest>
 
@@ -102,6 +103,19 @@ TEST_CASE("the menu's window follows the menu, and the keyboard stays where it w
     CHECK(Widgets::texts(fixture.window)[1] == "take & retake.wav — staged");
     CHECK(QApplication::focusWidget() == &fixture.button("Quit Cadora Helper"));
     CHECK(fixture.button("Settings").menu() == settings);
+}
+
+TEST_CASE("a line that is read keeps the keyboard when its text changes") {
+    Fixture fixture;
+    QTest::keyClick(&fixture.window, Qt::Key_Tab);
+    const auto* const read = dynamic_cast<QLabel*>(QApplication::focusWidget());
+    REQUIRE(read != nullptr);
+    REQUIRE(read->text() == "No uploads");
+    fixture.window.showMenu(sample("take.wav — staged"), fixture.target);
+    fixture.widgets.loop.runPending();
+    const auto* const changed = dynamic_cast<QLabel*>(QApplication::focusWidget());
+    REQUIRE(changed != nullptr);
+    CHECK(changed->text() == QString::fromUtf8("take.wav — staged"));
 }
 
 TEST_CASE("Escape and Ctrl+W close the menu's window") {

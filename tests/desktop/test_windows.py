@@ -1,0 +1,413 @@
+"""The menu in a panel and the windows, driven as the panel and a screen reader do. Runs within
+tests/desktop/session; CADORA_BUILD names the build folder.
+
+The service listens and never answers, so that what is being sent stays where it is.
+"""
+
+import json
+import os
+import pathlib
+import shutil
+import socket
+import subprocess
+import sys
+import unittest
+
+ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
+sys.path.insert(0, str(ROOT / "tools"))
+
+from desktop import (  # noqa: E402
+    Panel,
+    Screen,
+    StatusItem,
+    click,
+    press_keys,
+    save_picture,
+    visible_windows,
+    wait_for_menu,
+)
+from road import Helper, Outbox, end, forget_account, session_folder, sign_in, wait_for  # noqa: E402
+
+BUILD = pathlib.Path(os.environ["CADORA_BUILD"])
+TIMEOUT = 60  # seconds
+
+SIGN_IN = "Sign in to Cadora…"
+EMPTY = "No uploads (disabled)"
+SETTINGS = [
+    "Settings",
+    "    Visibility: Private",
+    "        Private (checked)",
+    "        Live (for fans)",
+    "    ---",
+    "    Show Cadora Helper in top menu (checked)",
+    "    ---",
+    "    Uninstall Cadora Helper…",
+]
+HOW_TO = [
+    "How to use:",
+    "Finder: right-click audio → Services → Send to Cadora",
+    "Logic Pro: Bounce (⌘B) → Bounce, then right-click",
+    "    the bounced file → Services → Send to Cadora",
+    "Works with: WAV · AIFF · MP3 · M4A · AAC · CAF · AU · FLAC",
+]
+END = ["Quit Cadora Helper Control+Q", "---", *(f"{line} (disabled)" for line in HOW_TO)]
+
+HIDDEN = "Cadora Helper icon hidden"
+HIDDEN_TEXT = (
+    "Cadora Helper keeps running in the background — “Send to Cadora” still works and you’ll still get a "
+    "notification on each upload. To show the icon again, open Cadora Helper from your Applications folder."
+)
+UNINSTALL = "Uninstall Cadora Helper?"
+UNINSTALL_TEXT = (
+    "This signs you out, removes the “Send to Cadora” menu item, deletes any pending uploads, and moves Cadora "
+    "Helper to the Trash. Posts already sent are unaffected."
+)
+
+
+def welcome(site, status=()):
+    """What a screen reader reads in the welcome window, the icon and the title above it included."""
+    return [
+        "Cadora Helper",
+        "Welcome to Cadora Helper",
+        "Push audio straight to your Cadora feed.",
+        "How to send audio",
+        "Right-click a file → Services → Send to Cadora",
+        "Works with WAV · AIFF · MP3 · M4A · AAC · CAF · AU · FLAC",
+        "You need a Cadora account to use this helper. If you don't have an account, please download the Cadora "
+        "app first.",
+        f"{site} →",
+        "Sign in with Apple",
+        *status,
+        "Cadora Helper runs quietly in your menu bar — look for the ◉ icon at the top of your screen.",
+    ]
+
+
+def outbox_entry(number, name, state):
+    return {
+        "shortID": f"item{number:04}",
+        "sourceFilename": name,
+        "state": state,
+        "attempts": 0,
+        "createdAt": 700000000.5 + number,
+        "visibility": "private",
+    }
+
+
+class WindowsTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        service = socket.create_server(("127.0.0.1", 0))
+        cls.addClassCleanup(service.close)
+        cls.site = f"127.0.0.1:{service.getsockname()[1]}"
+        cls.helper = Helper(BUILD, f"http://{cls.site}", session_folder() / "logs")
+        cls.addClassCleanup(cls.helper.stop)
+        cls.outbox = Outbox()
+        cls.sound = session_folder() / "take.wav"
+        subprocess.run([BUILD / "bin/make-music", "--seconds", "1", cls.sound], check=True)
+
+    def setUp(self):
+        self.panel = Panel()
+        self.addCleanup(self.panel.stop)
+        self.addCleanup(lambda: end(self.helper.process) if self.helper.process else None)
+        defaults = pathlib.Path(os.environ["XDG_CONFIG_HOME"]) / "com.norvelant.cadora.mac/defaults.json"
+        defaults.unlink(missing_ok=True)
+        shutil.rmtree(self.outbox.folder, ignore_errors=True)
+        self.addCleanup(forget_account)
+
+    def start(self):
+        self.helper.start()
+        self.pid = self.helper.process.pid
+        self.screen = Screen(self.pid)
+
+    def start_in_panel(self):
+        self.panel.start()
+        self.start()
+        return StatusItem.wait(self.pid)
+
+    def open_again(self):
+        subprocess.run([self.helper.program], stdin=subprocess.DEVNULL, timeout=TIMEOUT, check=True)
+
+    def wait_for_lines(self, item, *lines):
+        wait_for(lambda: set(lines) <= set(item.lines()), f"{lines} in the menu")
+
+    def wait_for_welcome(self, *status):
+        expected = welcome(self.site, status)
+        try:
+            wait_for(lambda: self.screen.names("Cadora Helper") == expected, "the welcome window")
+        finally:
+            self.assertEqual(self.screen.names("Cadora Helper"), expected)
+
+    def write_outbox(self, entries):
+        for entry in entries:
+            folder = self.outbox.folder / entry["shortID"]
+            folder.mkdir(parents=True)
+            shutil.copy(self.sound, folder / "source.wav")
+        (self.outbox.folder / "outbox.json").write_text(json.dumps(entries))
+
+    # The menu in the panel.
+
+    def test_the_panel_shows_the_menu_line_by_line(self):
+        item = self.start_in_panel()
+        self.assertEqual(item.lines(), [SIGN_IN, "---", EMPTY, "---", *SETTINGS, *END])
+        self.assertEqual(item.property("Title"), "Cadora Helper")
+        self.assertEqual(item.property("ToolTip")[2], "Cadora Helper")
+        self.assertEqual(item.property("Status"), "Active")
+        self.panel.wait_for_icon()
+        save_picture("panel")
+
+    def test_whoever_is_signed_in_is_named_and_can_sign_out(self):
+        sign_in(email="musician@example.org")
+        item = self.start_in_panel()
+        self.assertEqual(
+            item.lines(),
+            [
+                *("Signed in: musician@example.org (disabled)", "---", EMPTY, "---"),
+                *(*SETTINGS, "Sign Out", *END),
+            ],
+        )
+        self.assertEqual(self.screen.windows(), [])
+        item.choose("Sign Out")
+        self.wait_for_lines(item, SIGN_IN)
+        self.assertEqual(item.lines(), [SIGN_IN, "---", EMPTY, "---", *SETTINGS, *END])
+
+    def test_whoever_has_no_address_is_signed_in_to_cadora(self):
+        sign_in()
+        self.assertEqual(self.start_in_panel().lines()[0], "Signed in: Cadora (disabled)")
+
+    def test_every_state_of_the_outbox_has_its_line_in_order(self):
+        states = ["staged", "staged", "transcoded", "uploaded", "synced", "failed", "deferredAuth"]
+        self.write_outbox(
+            [outbox_entry(number, f"take {number}.wav", state) for number, state in enumerate(states)]
+        )
+        sign_in()
+        item = self.start_in_panel()
+        lines = [
+            *("Signed in: Cadora (disabled)", "---"),
+            "take 0.wav — staged (disabled)",
+            "take 1.wav — staged (disabled)",
+            "take 2.wav — transcoded (disabled)",
+            "take 3.wav — uploaded (disabled)",
+            "take 4.wav — synced (disabled)",
+            "take 5.wav — failed (disabled)",
+            "take 6.wav — deferredAuth (disabled)",
+            *("Sync Manually", "---", *SETTINGS, "Sign Out", *END),
+        ]
+        self.assertEqual(item.lines(), lines)
+        # The first one is on its way, and waits for an answer.
+        wait_for(lambda: self.outbox.states()[0] == "transcoded", "the first file to be transcoded")
+        item.choose("Settings", "Visibility: Private", "Private")
+        lines[2] = "take 0.wav — transcoded (disabled)"
+        wait_for(lambda: item.lines() == lines, "the menu made anew")
+        save_picture("panel-uploads")
+
+    def test_nothing_is_offered_to_sync_where_nothing_failed(self):
+        self.write_outbox([outbox_entry(1, "take.wav", "synced")])
+        self.assertEqual(
+            self.start_in_panel().lines(),
+            [SIGN_IN, "---", "take.wav — synced (disabled)", "---", *SETTINGS, *END],
+        )
+
+    def test_a_file_that_is_sent_appears_under_its_own_name_and_syncs_again_when_asked(self):
+        item = self.start_in_panel()
+        file = session_folder() / "drum_take_1 & 2 & 3.wav"
+        shutil.copy(self.sound, file)
+        self.assertEqual(self.helper.send([file]), "")
+        self.wait_for_lines(item, "drum_take_1 & 2 & 3.wav — deferredAuth (disabled)", "Sync Manually")
+        sign_in()
+        item.choose("Sync Manually")
+        self.wait_for_lines(item, "drum_take_1 & 2 & 3.wav — staged (disabled)")
+        self.assertNotIn("Sync Manually", item.lines())
+        wait_for(lambda: self.outbox.states() == ["transcoded"], "the file to be on its way")
+
+    def test_a_choice_in_the_submenu_changes_the_menu_and_lasts(self):
+        item = self.start_in_panel()
+        item.choose("Settings", "Visibility: Private", "Live (for fans)")
+        live = ["    Visibility: Live", "        Private", "        Live (for fans) (checked)"]
+        self.wait_for_lines(item, live[2])
+        self.assertEqual(item.lines()[5:8], live)
+        end(self.helper.process)
+        self.start()
+        item = StatusItem.wait(self.pid)
+        self.assertEqual(item.lines()[5:8], live)
+        item.choose("Settings", "Visibility: Live", "Private")
+        self.wait_for_lines(item, *SETTINGS[1:4])
+
+    def test_the_panel_may_start_after_the_helper_die_and_return(self):
+        self.start()
+        self.panel.start()
+        self.assertIn(EMPTY, StatusItem.wait(self.pid).lines())
+        self.panel.process.kill()
+        self.panel.process.wait()
+        self.panel.stop()
+        self.panel.start()
+        self.assertIn(EMPTY, StatusItem.wait(self.pid).lines())
+
+    # By pixels.
+
+    def open_menu(self, button):
+        point = self.panel.wait_for_icon()
+        before = visible_windows()
+        click(point, button)
+        return wait_for_menu(before)
+
+    def click_quit(self, menu):
+        """Its line lies at two fifths of the menu's height, in whatever font."""
+        left, top, width, height = menu
+        click((left + width // 4, top + height * 2 // 5))
+        self.assertEqual(self.helper.process.wait(TIMEOUT), 0)
+
+    def test_the_right_button_opens_the_menu_of_the_panel(self):
+        self.start_in_panel()
+        self.wait_for_welcome()
+        menu = self.open_menu(button=3)
+        save_picture("menu-right-button")
+        self.click_quit(menu)
+
+    def test_the_left_button_opens_the_menu_too(self):
+        self.start_in_panel()
+        self.wait_for_welcome()
+        menu = self.open_menu(button=1)
+        save_picture("menu-left-button")
+        self.click_quit(menu)
+
+    # Where no panel is.
+
+    def test_without_a_panel_opening_again_shows_the_menu_in_a_window(self):
+        sign_in()
+        self.start()
+        self.assertEqual(self.screen.windows(), [])
+        self.open_again()
+        lines = ["Signed in: Cadora", "No uploads", "Settings", "Sign Out", "Quit Cadora Helper", *HOW_TO]
+        wait_for(lambda: self.screen.names() == lines, "the menu's lines")
+        self.assertEqual(self.screen.windows(), ["Cadora Helper"])
+        save_picture("menu-window")
+        self.screen.press("Sign Out")
+        lines[0:4] = [SIGN_IN, "No uploads", "Settings"]
+        wait_for(lambda: self.screen.names() == lines, "the menu's lines after signing out")
+        self.screen.press("Quit Cadora Helper")
+        self.assertEqual(self.helper.process.wait(TIMEOUT), 0)
+
+    def test_the_menu_in_a_window_is_led_by_the_keyboard(self):
+        sign_in()
+        self.start()
+        self.open_again()
+        self.screen.wait_for_focus("Signed in: Cadora")
+        lines = ["No uploads", "Settings", "Sign Out", "Quit Cadora Helper", *HOW_TO]
+        for line in lines:
+            press_keys("Tab")
+            self.screen.wait_for_focus(line)
+        press_keys("Escape")
+        wait_for(lambda: self.screen.windows() == [], "the window to close")
+        self.open_again()
+        self.screen.wait_for_focus("Signed in: Cadora")
+        press_keys("ctrl+q")
+        self.assertEqual(self.helper.process.wait(TIMEOUT), 0)
+
+    def test_with_a_panel_opening_again_shows_no_window_of_the_menu(self):
+        self.start_in_panel()
+        self.open_again()
+        # The panel answers the helper before it answers this, and the helper reads that before this request.
+        self.assertIsNotNone(StatusItem.find(self.pid))
+        self.assertEqual(self.helper.send([]), "No file to send to Cadora.")
+        self.wait_for_welcome()
+        self.assertEqual(self.screen.windows(), ["Cadora Helper"])
+
+    # The welcome window.
+
+    def test_the_welcome_window_shows_its_lines_to_a_screen_reader(self):
+        self.start()
+        self.wait_for_welcome()
+        self.assertEqual(self.screen.windows(), ["Cadora Helper"])
+        self.screen.wait_for_focus("Sign in with Apple")
+        save_picture("welcome")
+
+    def test_the_welcome_window_comes_once_and_again_after_it_was_closed(self):
+        self.start_in_panel()
+        self.wait_for_welcome()
+        self.open_again()
+        self.wait_for_welcome()
+        self.assertEqual(self.screen.windows(), ["Cadora Helper"])
+        self.screen.wait_for_focus("Sign in with Apple")
+        press_keys("Escape")
+        wait_for(lambda: self.screen.windows() == [], "the window to close")
+        self.assertIsNone(self.helper.process.poll())
+        self.open_again()
+        self.wait_for_welcome()
+
+    # Alerts.
+
+    def test_hiding_the_icon_says_how_it_comes_back_and_opening_again_brings_it(self):
+        self.start_in_panel().choose("Settings", "Show Cadora Helper in top menu")
+        self.screen.wait_for_name(HIDDEN)
+        self.assertCountEqual(self.screen.names()[-3:], [HIDDEN, HIDDEN_TEXT, "OK"])
+        self.assertTrue(self.screen.is_default("OK"))
+        save_picture("alert-hidden")
+        wait_for(lambda: StatusItem.find(self.pid) is None, "the item's end")
+        self.screen.press("OK")
+        self.screen.wait_for_no_name(HIDDEN)
+
+        end(self.helper.process)
+        self.start()
+        self.wait_for_welcome()
+        self.assertIsNone(StatusItem.find(self.pid))
+        self.open_again()
+        item = StatusItem.wait(self.pid)
+        # The mark catches up when the menu is made anew.
+        self.assertIn("    Show Cadora Helper in top menu", item.lines())
+        item.choose("Settings", "Visibility: Private", "Private")
+        self.wait_for_lines(item, *SETTINGS)
+        self.assertNotIn(HIDDEN, self.screen.names())
+
+    def test_uninstalling_asks_and_cancel_changes_nothing(self):
+        sign_in()
+        item = self.start_in_panel()
+        lines = item.lines()
+        item.choose("Settings", "Uninstall Cadora Helper…")
+        self.screen.wait_for_name(UNINSTALL)
+        self.assertCountEqual(self.screen.names(), [UNINSTALL, UNINSTALL_TEXT, "Uninstall", "Cancel"])
+        self.assertTrue(self.screen.is_default("Uninstall"))
+        self.assertFalse(self.screen.is_default("Cancel"))
+        save_picture("alert-uninstall")
+        self.screen.press("Cancel")
+        self.screen.wait_for_no_name(UNINSTALL)
+        item.choose("Settings", "Uninstall Cadora Helper…")
+        self.screen.wait_for_focus("Uninstall")
+        press_keys("Escape")
+        self.screen.wait_for_no_name(UNINSTALL)
+        self.assertEqual(item.lines(), lines)
+        self.assertTrue(self.helper.program.exists())
+
+    def test_a_second_alert_waits_for_the_first_and_the_queue_for_none(self):
+        item = self.start_in_panel()
+        item.choose("Settings", "Uninstall Cadora Helper…")
+        self.screen.wait_for_name(UNINSTALL)
+        item.choose("Settings", "Show Cadora Helper in top menu")
+        wait_for(lambda: StatusItem.find(self.pid) is None, "the item's end")
+        self.assertEqual(self.helper.send([self.sound]), "")
+        wait_for(lambda: self.outbox.states() == ["deferredAuth"], "the file's turn")
+        self.assertIn(UNINSTALL, self.screen.names())
+        self.assertNotIn(HIDDEN, self.screen.names())
+        self.screen.press("Cancel")
+        self.screen.wait_for_name(HIDDEN)
+        self.assertNotIn(UNINSTALL, self.screen.names())
+        self.screen.press("OK")
+        self.screen.wait_for_no_name(HIDDEN)
+
+    # The end.
+
+    def test_quitting_ends_the_helper(self):
+        item = self.start_in_panel()
+        item.choose("Quit Cadora Helper")
+        self.assertEqual(self.helper.process.wait(TIMEOUT), 0)
+        wait_for(lambda: StatusItem.find(self.pid) is None, "the item's end")
+
+    def test_quitting_ends_the_helper_also_while_an_alert_is_open(self):
+        item = self.start_in_panel()
+        item.choose("Settings", "Uninstall Cadora Helper…")
+        self.screen.wait_for_name(UNINSTALL)
+        item.choose("Quit Cadora Helper")
+        self.assertEqual(self.helper.process.wait(TIMEOUT), 0)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)
