@@ -17,7 +17,9 @@ TEST_CASE("a value of a key file keeps backslashes, line breaks and a leading sp
 
 TEST_CASE("a word of an Exec key is quoted once for its own rules and once for the file's") {
     CHECK(execWord("/opt/a b") == "\"/opt/a b\"");
-    CHECK(execWord("100%") == "\"100%%\"");
+    CHECK(execWord("100%") == "100%%");
+    CHECK(execWord("/opt/a-b/c") == "/opt/a-b/c");
+    CHECK(execWord("") == "\"\"");
     CHECK(execWord("\"`$\\") == R"("\\"\\`\\$\\\\")");
 }
 

@@ -54,14 +54,18 @@ std::string keyFileValue(std::string_view text) {
 }
 
 std::string execWord(std::string_view text) {
-    std::string word = "\"";
+    // xdg-open doesn't know quotes where it reads the entry itself.
+    const bool isPlain =
+        !text.empty() && text.find_first_of(" \t\n\"'\\><~|&;$*?#()`") == std::string_view::npos;
+    const char* const quote = isPlain ? "" : "\"";
+    std::string word = quote;
     for (const char c : escaped(text, "\"`$\\")) {
         word += c;
         if (c == '%') {
             word += c;
         }
     }
-    return keyFileValue(word + '"');
+    return keyFileValue(word + quote);
 }
 
 std::string xmlText(std::string_view text) {
