@@ -1,6 +1,5 @@
 #include "hosts/linux/DBusApplication.h"
 
-#include "base/ASCII.h"
 #include "base/Error.h"
 #include "hosts/linux/URIList.h"
 
@@ -19,11 +18,6 @@ std::vector<std::string> texts(const QStringList& list) {
         result.push_back(text.toStdString());
     }
     return result;
-}
-
-bool isOwnURL(const std::string& text) {
-    constexpr std::string_view scheme = "cadora:";
-    return equalIgnoringCase(text.substr(0, scheme.size()), scheme);
 }
 
 } // namespace
@@ -74,7 +68,7 @@ void DBusApplication::setReopenHandler(std::function<void()> handler) {
     reopenHandler_ = std::move(handler);
 }
 
-void DBusApplication::setURLHandler(std::function<void(const URL&)> handler) {
+void DBusApplication::setURLHandler(std::function<URLReception(const URL&)> handler) {
     urlHandler_ = std::move(handler);
 }
 
@@ -105,9 +99,7 @@ std::string DBusApplication::send(const std::vector<std::string>& urisAndPaths, 
 
 void DBusApplication::openOwnURL(const std::string& text) {
     const auto url = URL::parse(text);
-    if (url && urlHandler_) {
-        urlHandler_(*url);
-    } else {
+    if (!url || !urlHandler_ || urlHandler_(*url) == URLReception::notAwaited) {
         // Its query may hold a token.
         systemLog_.log("[Cadora Helper] dropped a URL that nobody waits for: " +
                        (url ? url->origin() : "it is not well-formed"));

@@ -12,6 +12,9 @@
 
 namespace cadora {
 
+// What became of a URL that somebody handed over.
+enum class URLReception { taken, notAwaited };
+
 // The program on the session bus: the interface that the file managers' "Send to Cadora" entries call, and
 // org.freedesktop.Application, through which a second start and the desktop's own "open" reach this one.
 // Calls arrive from the event loop, on the main thread.
@@ -36,9 +39,9 @@ public:
     // Called when the user opens the program again. Until it is set, that does nothing.
     void setReopenHandler(std::function<void()> handler);
 
-    // Called with each URL of the program's own scheme. Until it is set, such URLs are dropped with a log
-    // line.
-    void setURLHandler(std::function<void(const URL&)> handler);
+    // Called with each URL of the program's own scheme. Where it is null, such URLs are dropped like those
+    // that it doesn't take: with a log line that holds nothing of what they carry.
+    void setURLHandler(std::function<URLReception(const URL&)> handler);
 
     // Called when the session bus is gone, and with it the claim on the name.
     void setBusLostHandler(std::function<void()> handler);
@@ -56,7 +59,7 @@ private:
     dbus::BusObject object_;
     ServicesProvider* provider_ = nullptr;
     std::function<void()> reopenHandler_;
-    std::function<void(const URL&)> urlHandler_;
+    std::function<URLReception(const URL&)> urlHandler_;
     std::function<void()> busLostHandler_;
 };
 

@@ -32,6 +32,11 @@ std::string escapedURI(std::string_view text) {
     return result;
 }
 
+bool isOwnURL(std::string_view text) {
+    constexpr std::string_view scheme = "cadora:";
+    return equalIgnoringCase(text.substr(0, scheme.size()), scheme);
+}
+
 std::vector<std::string> uriList(const std::vector<std::string>& arguments,
                                  const std::filesystem::path& workingDirectory) {
     std::vector<std::string> uris;

@@ -14,6 +14,9 @@ namespace cadora {
 // names unescaped also pass them on so.
 std::string escapedURI(std::string_view text);
 
+// Whether the text is of the scheme that the program itself is opened with.
+bool isOwnURL(std::string_view text);
+
 // Command-line arguments as URIs, which another process understands whatever its working directory, and which
 // carry any bytes. What doesn't look like a URI is a path.
 std::vector<std::string> uriList(const std::vector<std::string>& arguments,

@@ -1,13 +1,16 @@
 #include "app/AppDelegate.h"
 #include "base/Error.h"
+#include "hosts/linux/BrowserWebAuthentication.h"
 #include "hosts/linux/CurlURLSession.h"
 #include "hosts/linux/DBusApplication.h"
 #include "hosts/linux/DBusUserNotificationCenter.h"
+#include "hosts/linux/DesktopBrowser.h"
 #include "hosts/linux/Display.h"
 #include "hosts/linux/FfmpegMediaFramework.h"
 #include "hosts/linux/FileManagerEntries.h"
 #include "hosts/linux/FileUserDefaults.h"
 #include "hosts/linux/GetentropyRandomSource.h"
+#include "hosts/linux/GioURLSchemeOwnership.h"
 #include "hosts/linux/GioWorkspace.h"
 #include "hosts/linux/HeadlessApplication.h"
 #include "hosts/linux/LibsecretKeychain.h"
@@ -16,6 +19,7 @@
 #include "hosts/linux/QtApplication.h"
 #include "hosts/linux/QtClock.h"
 #include "hosts/linux/QtMainActor.h"
+#include "hosts/linux/SecretServiceUnlock.h"
 #include "hosts/linux/SingleInstance.h"
 #include "hosts/linux/StderrSystemLog.h"
 #include "hosts/linux/ThreadBackgroundExecutor.h"
@@ -29,6 +33,7 @@
 #include <QStandardPaths>
 
 #include <csignal>
+#include <cstring>
 #include <exception>
 #include <filesystem>
 #include <functional>
@@ -67,6 +72,15 @@ void fillStandardDescriptors() {
 void ignoreSignals() {
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
+}
+
+// A sign-in's callback carries a token, and everybody on the machine can read the list of processes.
+void hideOwnURLs(const std::vector<char*>& arguments) {
+    for (char* const argument : arguments) {
+        if (isOwnURL(argument)) {
+            explicit_bzero(argument, std::strlen(argument));
+        }
+    }
 }
 
 // The exit status of a start that another helper has dealt with; absent when this one is to run.
@@ -132,10 +146,28 @@ Desktop makeDesktop(MainActor& mainActor, DBusApplication& services, FileManager
     return {std::move(shown), showMenus};
 }
 
+// What a sign-in needs of the desktop.
+struct SignInParts {
+    SecretServiceUnlock keyring{QDBusConnection::sessionBus()};
+    GioURLSchemeOwnership scheme{XDGFolders::ofUser(), QCoreApplication::applicationFilePath().toStdString()};
+    DesktopBrowser browser{QDBusConnection::sessionBus()};
+};
+
+// The sign-in through the browser, or none where there is no display to show it on.
+std::unique_ptr<WebAuthentication> makeWebAuthentication(MainActor& mainActor, BackgroundExecutor& background,
+                                                         DBusApplication& services, SignInParts& parts) {
+    if (qobject_cast<QApplication*>(QCoreApplication::instance()) == nullptr) {
+        return std::make_unique<HeadlessWebAuthentication>();
+    }
+    return std::make_unique<BrowserWebAuthentication>(mainActor, background, services, parts.keyring,
+                                                      parts.scheme, parts.browser);
+}
+
 // Runs the helper until the desktop ends. The name on the bus is ours already.
 int serve(DBusApplication& services, StderrSystemLog& systemLog, const std::vector<std::string>& uris) {
     QtMainActor mainActor;
     QtClock clock;
+    SignInParts signInParts;
     ThreadBackgroundExecutor background;
     PosixFileManager fileManager;
     GetentropyRandomSource random;
@@ -147,7 +179,7 @@ int serve(DBusApplication& services, StderrSystemLog& systemLog, const std::vect
     FileManagerEntries entries(XDGFolders::ofUser(), programFolder() / "cadora-send", userDefaults,
                                systemLog);
     const Desktop desktop = makeDesktop(mainActor, services, entries);
-    HeadlessWebAuthentication webAuthentication;
+    const auto webAuthentication = makeWebAuthentication(mainActor, background, services, signInParts);
     GioWorkspace workspace(background);
     PosixProcessLauncher processLauncher;
     const Platform platform{mainActor,
@@ -162,7 +194,7 @@ int serve(DBusApplication& services, StderrSystemLog& systemLog, const std::vect
                             mediaFramework,
                             notificationCenter,
                             *desktop.application,
-                            webAuthentication,
+                            *webAuthentication,
                             workspace,
                             processLauncher};
     Platform::install(&platform);
@@ -195,6 +227,7 @@ int run(int argc, char** argv) {
     std::error_code folderIsGone;
     const std::vector<std::string> uris =
         uriList({argv + 1, argv + argc}, std::filesystem::current_path(folderIsGone));
+    hideOwnURLs({argv + 1, argv + argc});
     if (const auto status = forward(uris)) {
         return *status;
     }
