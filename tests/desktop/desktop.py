@@ -4,6 +4,7 @@ the names that screen readers read."""
 import collections
 import os
 import pathlib
+import signal
 import subprocess
 
 import gi
@@ -21,6 +22,7 @@ NAMED = (
     Atspi.Role.PUSH_BUTTON,
     Atspi.Role.PUSH_BUTTON_MENU,
 )
+SETTINGS = "org.xfce.Xfconf"
 WATCHER = "org.kde.StatusNotifierWatcher"
 PANEL_SETTINGS = """\
 <?xml version="1.0" encoding="UTF-8"?>
@@ -28,12 +30,12 @@ PANEL_SETTINGS = """\
   <property name="configver" type="int" value="2"/>
   <property name="panels" type="array">
     <value type="int" value="1"/>
+    <property name="dark-mode" type="bool" value="{dark}"/>
     <property name="panel-1" type="empty">
       <property name="position" type="string" value="p=6;x=0;y=0"/>
       <property name="length" type="uint" value="100"/>
       <property name="size" type="uint" value="32"/>
       <property name="position-locked" type="bool" value="true"/>
-      <property name="dark-mode" type="bool" value="{dark}"/>
       <property name="plugin-ids" type="array"><value type="int" value="1"/></property>
     </property>
   </property>
@@ -48,6 +50,10 @@ class Panel:
     """A panel with a tray."""
 
     def __init__(self, dark=False):
+        # What the keeper of the settings has read once it doesn't read again.
+        if has_owner(SETTINGS):
+            os.kill(pid_of(SETTINGS), signal.SIGTERM)
+            wait_for(lambda: not has_owner(SETTINGS), "the end of the panel's settings")
         folder = pathlib.Path(os.environ["XDG_CONFIG_HOME"]) / "xfce4/xfconf/xfce-perchannel-xml"
         folder.mkdir(parents=True, exist_ok=True)
         (folder / "xfce4-panel.xml").write_text(PANEL_SETTINGS.format(dark="true" if dark else "false"))
@@ -67,14 +73,20 @@ class Panel:
 
     def wait_for_icon(self):
         """The middle of the one icon that the tray shows, as the display shows it."""
+        drawn, _, _ = wait_for(self._find_icon, "the icon in the panel")
+        return (drawn[0] + drawn[-1]) // 2, 16
 
-        def find():
-            width, rows = pixels("-crop", "1280x28+0+2")
-            ground = collections.Counter(color for row in rows for color in row).most_common(1)[0][0]
-            drawn = [x for x in range(width) if any(row[x] != ground for row in rows)]
-            return (drawn[0] + drawn[-1]) // 2 if drawn and drawn[-1] - drawn[0] > 12 else None
+    def colors(self):
+        """The colour of the panel, and those of the icon that it shows."""
+        _, ground, colors = wait_for(self._find_icon, "the icon in the panel")
+        return ground, colors
 
-        return wait_for(find, "the icon in the panel"), 16
+    def _find_icon(self):
+        width, rows = pixels("-crop", "1280x28+0+2")
+        counts = collections.Counter(color for row in rows for color in row)
+        ground = counts.most_common(1)[0][0]
+        drawn = [x for x in range(width) if any(row[x] != ground for row in rows)]
+        return (drawn, ground, set(counts) - {ground}) if drawn and drawn[-1] - drawn[0] > 12 else None
 
 
 def bus():
@@ -298,6 +310,18 @@ def pixels(*options):
     width = int(size.split()[0])
     colors = [data[i : i + 3] for i in range(0, len(data), 3)]
     return width, [colors[i : i + width] for i in range(0, len(colors), width)]
+
+
+def contrast(one, other):
+    """Of two colours, as those who read with difficulty need it: from 1 to 21."""
+
+    def luminance(color):
+        channels = [value / 255 for value in color]
+        linear = [c / 12.92 if c <= 0.04045 else ((c + 0.055) / 1.055) ** 2.4 for c in channels]
+        return 0.2126 * linear[0] + 0.7152 * linear[1] + 0.0722 * linear[2]
+
+    darker, lighter = sorted((luminance(one), luminance(other)))
+    return (lighter + 0.05) / (darker + 0.05)
 
 
 def save_picture(name):

@@ -21,6 +21,7 @@ from desktop import (  # noqa: E402
     Screen,
     StatusItem,
     click,
+    contrast,
     press_keys,
     save_picture,
     visible_windows,
@@ -270,6 +271,31 @@ class WindowsTest(unittest.TestCase):
         save_picture("menu-left-button")
         self.click_quit(menu)
 
+    def require_icon_seen(self, name, dark):
+        """A sign has to contrast with its ground by 3 to 1."""
+        panel = Panel(dark)
+        self.addCleanup(panel.stop)
+        panel.start()
+        self.start()
+        StatusItem.wait(self.pid)
+        ground, colors = panel.colors()
+        self.assertEqual(contrast(ground, bytes(3)) < 3, dark)
+        self.assertGreater(max(contrast(ground, color) for color in colors), 3)
+        save_picture(f"panel-{name}-{'dark' if dark else 'light'}")
+        end(self.helper.process)
+        panel.stop()
+
+    def test_the_icon_is_seen_on_light_panels_and_on_dark_ones(self):
+        for dark in (False, True):
+            self.require_icon_seen("pixels", dark)
+        # With the drawing installed, the panel itself gives it its colour.
+        folder = pathlib.Path(os.environ["XDG_DATA_HOME"]) / "icons/hicolor/symbolic/apps"
+        folder.mkdir(parents=True)
+        self.addCleanup(shutil.rmtree, folder)
+        shutil.copy(ROOT / "packaging/icons/cadora-helper-symbolic.svg", folder)
+        for dark in (False, True):
+            self.require_icon_seen("drawing", dark)
+
     # Where no panel is.
 
     def test_without_a_panel_opening_again_shows_the_menu_in_a_window(self):
@@ -295,6 +321,9 @@ class WindowsTest(unittest.TestCase):
         lines = ["No uploads", "Settings", "Sign Out", "Quit Cadora Helper", *HOW_TO]
         for line in lines:
             press_keys("Tab")
+            self.screen.wait_for_focus(line)
+        for line in reversed(lines[:-1]):
+            press_keys("Up")
             self.screen.wait_for_focus(line)
         press_keys("Escape")
         wait_for(lambda: self.screen.windows() == [], "the window to close")

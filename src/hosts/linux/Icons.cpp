@@ -56,16 +56,16 @@ public:
                                  .scaled(side, side, Qt::KeepAspectRatio, Qt::SmoothTransformation);
         const QPalette palette = QApplication::palette();
         const QImage edge = tinted(image, palette.color(QPalette::Window));
-        const double width = std::max(0.5, side / 44.0) / ratio;
-        QRectF place(0, 0, side / ratio, side / ratio);
+        const double width = std::max(1.0, side / 22.0) / ratio;
+        QRectF place(0, 0, side / ratio - 2 * width, side / ratio - 2 * width);
         place.moveCenter(QRectF(rect).center());
         painter->save();
         painter->setRenderHint(QPainter::SmoothPixmapTransform);
-        painter->setOpacity(0.35);
-        for (const auto& [x, y] : {std::pair(-1, 0), std::pair(1, 0), std::pair(0, -1), std::pair(0, 1)}) {
-            painter->drawImage(place.translated(x * width, y * width), edge);
+        for (const int x : {-1, 0, 1}) {
+            for (const int y : {-1, 0, 1}) {
+                painter->drawImage(place.translated(x * width, y * width), edge);
+            }
         }
-        painter->setOpacity(1);
         painter->drawImage(place, tinted(image, palette.color(QPalette::WindowText)));
         painter->restore();
     }

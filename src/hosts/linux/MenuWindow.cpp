@@ -1,5 +1,6 @@
 #include "hosts/linux/MenuWindow.h"
 
+#include "hosts/linux/QtColors.h"
 #include "hosts/linux/QtText.h"
 #include "hosts/linux/QtWindow.h"
 
@@ -7,12 +8,18 @@
 #include <QAccessibleWidget>
 #include <QApplication>
 #include <QFrame>
+#include <QKeyEvent>
 #include <QLabel>
+#include <QPainter>
 #include <QPushButton>
 #include <QScreen>
 #include <QScrollArea>
 #include <QScrollBar>
+#include <QStyle>
+#include <QStyleOptionMenuItem>
 #include <QVBoxLayout>
+
+#include <algorithm>
 
 namespace cadora {
 
@@ -34,29 +41,125 @@ private:
     }
 };
 
-QWidget* makeInformation(const MenuInformation& information) {
-    auto* const label = new QLabel;
-    label->setTextFormat(Qt::PlainText);
-    label->setText(qtText(information.title));
-    label->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
-    label->setFocusPolicy(Qt::StrongFocus);
-    return label;
+// A line as the desktop's style draws a menu's, so that this is the same menu in another place.
+QStyleOptionMenuItem menuItem(const QWidget& line, const QString& text) {
+    QStyleOptionMenuItem option;
+    option.initFrom(&line);
+    option.state.setFlag(QStyle::State_Selected, line.isEnabled() && (line.hasFocus() || line.underMouse()));
+    option.state.setFlag(QStyle::State_HasFocus, false);
+    option.menuItemType = QStyleOptionMenuItem::Normal;
+    option.checkType = QStyleOptionMenuItem::NotCheckable;
+    option.font = line.font();
+    option.text = text;
+    option.menuRect = line.rect();
+    option.palette.setColor(QPalette::Window, line.palette().color(QPalette::Window));
+    return option;
 }
 
-QWidget* makeCommand(const MenuCommand& command, MenuTarget& target) {
-    auto* const button = new QPushButton(qtTitle(command.title));
-    button->setCheckable(command.checkMark == CheckMark::on);
-    button->setChecked(command.checkMark == CheckMark::on);
-    if (!command.keyEquivalent.empty()) {
-        const QString keys = QStringLiteral("Ctrl+") + qtText(command.keyEquivalent).toUpper();
-        button->setShortcut(QKeySequence(keys));
-        button->setToolTip(keys);
+QSize menuItemSize(const QWidget& line, const QString& text) {
+    const QStyleOptionMenuItem option = menuItem(line, text);
+    const QStringList columns = text.split(QLatin1Char('\t'));
+    int width = 0;
+    for (const QString& column : columns) {
+        width += line.fontMetrics().size(Qt::TextShowMnemonic, column).width() + 16;
     }
-    QObject::connect(button, &QPushButton::clicked, button, [button, action = command.action, &target] {
-        button->setChecked(button->isCheckable());
+    const QSize content(width, line.fontMetrics().height());
+    return line.style()->sizeFromContents(QStyle::CT_MenuItem, &option, content, &line);
+}
+
+class InformationLine : public QLabel {
+public:
+    explicit InformationLine(const MenuInformation& information) : text_(qtTitle(information.title)) {
+        setTextFormat(Qt::PlainText);
+        setText(qtText(information.title));
+        setFocusPolicy(Qt::StrongFocus);
+    }
+
+    QSize sizeHint() const override { return menuItemSize(*this, text_); }
+    QSize minimumSizeHint() const override { return sizeHint(); }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter painter(this);
+        QStyleOptionMenuItem option = menuItem(*this, text_);
+        option.state.setFlag(QStyle::State_Selected, hasFocus());
+        const QColor quiet = color(ColorRole::tertiaryLabel, palette());
+        for (const QPalette::ColorRole role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText}) {
+            option.palette.setColor(role, quiet);
+        }
+        style()->drawControl(QStyle::CE_MenuItem, &option, &painter, this);
+    }
+
+    // As buttons do.
+    void keyPressEvent(QKeyEvent* event) override {
+        if (event->key() == Qt::Key_Up || event->key() == Qt::Key_Down) {
+            focusNextPrevChild(event->key() == Qt::Key_Down);
+        } else {
+            QLabel::keyPressEvent(event);
+        }
+    }
+
+private:
+    QString text_;
+};
+
+class MenuLine : public QPushButton {
+public:
+    MenuLine(const QString& title, const QString& keys, CheckMark checkMark) : QPushButton(title) {
+        setAutoDefault(false);
+        setAttribute(Qt::WA_Hover);
+        setCheckable(checkMark == CheckMark::on);
+        setChecked(checkMark == CheckMark::on);
+        if (!keys.isEmpty()) {
+            setShortcut(QKeySequence(keys));
+            text_ = title + QLatin1Char('\t') + keys;
+        } else {
+            text_ = title;
+        }
+    }
+
+    QSize sizeHint() const override { return menuItemSize(*this, text_); }
+    QSize minimumSizeHint() const override { return sizeHint(); }
+
+protected:
+    void paintEvent(QPaintEvent*) override {
+        QPainter painter(this);
+        QStyleOptionMenuItem option = menuItem(*this, text_);
+        option.state.setFlag(QStyle::State_Sunken, isDown());
+        if (menu()) {
+            option.menuItemType = QStyleOptionMenuItem::SubMenu;
+        }
+        if (isCheckable()) {
+            option.checkType = QStyleOptionMenuItem::NonExclusive;
+            option.menuHasCheckableItems = true;
+            option.checked = isChecked();
+        }
+        style()->drawControl(QStyle::CE_MenuItem, &option, &painter, this);
+    }
+
+    void keyPressEvent(QKeyEvent* event) override {
+        if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter ||
+            (event->key() == Qt::Key_Right && menu())) {
+            click();
+        } else {
+            QPushButton::keyPressEvent(event);
+        }
+    }
+
+private:
+    QString text_;
+};
+
+QWidget* makeCommand(const MenuCommand& command, MenuTarget& target) {
+    const QString keys = command.keyEquivalent.empty()
+                             ? QString()
+                             : QStringLiteral("Ctrl+") + qtText(command.keyEquivalent).toUpper();
+    auto* const line = new MenuLine(qtTitle(command.title), keys, command.checkMark);
+    QObject::connect(line, &QPushButton::clicked, line, [line, action = command.action, &target] {
+        line->setChecked(line->isCheckable());
         target.perform(action);
     });
-    return button;
+    return line;
 }
 
 } // namespace
@@ -67,6 +170,7 @@ MenuWindow::MenuWindow() : scroller_(new QScrollArea) {
     layout->setContentsMargins(0, 0, 0, 0);
     scroller_->setFrameShape(QFrame::NoFrame);
     scroller_->setWidgetResizable(true);
+    scroller_->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
     scroller_->setFocusPolicy(Qt::NoFocus);
     layout->addWidget(scroller_);
     closeByKeys(*this);
@@ -76,6 +180,9 @@ void MenuWindow::showMenu(const Menu& menu, MenuTarget& target) {
     const Line focused = focusedLine();
     auto* const content = new QWidget;
     auto* const layout = new QVBoxLayout(content);
+    layout->setSpacing(0);
+    const int margin = style()->pixelMetric(QStyle::PM_LayoutTopMargin) / 2;
+    layout->setContentsMargins(0, margin, 0, margin);
     for (const MenuItem& item : menu) {
         layout->addWidget(makeLine(item, target));
     }
@@ -87,12 +194,15 @@ void MenuWindow::showMenu(const Menu& menu, MenuTarget& target) {
     }
     scroller_->setWidget(content);
     content->show();
-    const int scrollBar = scroller_->verticalScrollBar()->sizeHint().width();
     const QSize space = screen()->availableGeometry().size();
-    const QSize wanted = content->sizeHint() + QSize(scrollBar, 0);
-    setMinimumSize(wanted.boundedTo({space.width(), space.height() / 4}));
-    if (wanted.height() > height() || !isVisible()) {
-        resize(wanted.boundedTo({space.width(), space.height() * 3 / 4}));
+    QSize wanted = content->sizeHint();
+    const int highest = space.height() * 3 / 4;
+    if (wanted.height() > highest) {
+        wanted = QSize(wanted.width() + scroller_->verticalScrollBar()->sizeHint().width(), highest);
+    }
+    setMinimumWidth(std::min(wanted.width(), space.width()));
+    if (!isVisible() || wanted.height() > height()) {
+        resize(wanted.boundedTo(space));
     }
     focusLine(*layout, focused);
 }
@@ -129,7 +239,7 @@ void MenuWindow::focusLine(const QLayout& layout, const Line& line) {
 
 QWidget* MenuWindow::makeLine(const MenuItem& item, MenuTarget& target) {
     if (const auto* const information = std::get_if<MenuInformation>(&item)) {
-        QWidget* const line = makeInformation(*information);
+        auto* const line = new InformationLine(*information);
         line->setObjectName(qtText(information->title));
         return line;
     }
@@ -144,7 +254,7 @@ QWidget* MenuWindow::makeLine(const MenuItem& item, MenuTarget& target) {
             opened = std::make_unique<QtMenu>(QtMenu::Reader::widgets);
         }
         opened->show(submenu->menu, target);
-        auto* const button = new QPushButton(qtTitle(submenu->title));
+        auto* const button = new MenuLine(qtTitle(submenu->title), {}, CheckMark::off);
         button->setObjectName(qtText(submenu->title));
         button->setMenu(&opened->widget());
         return button;

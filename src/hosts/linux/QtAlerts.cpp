@@ -1,12 +1,15 @@
 #include "hosts/linux/QtAlerts.h"
 
+#include "hosts/linux/QtContentView.h"
 #include "hosts/linux/QtText.h"
 #include "hosts/linux/QtWindow.h"
 
 #include <QAbstractButton>
-#include <QGuiApplication>
+#include <QApplication>
 #include <QLabel>
 #include <QMessageBox>
+#include <QPainter>
+#include <QPainterPath>
 #include <QPushButton>
 
 #include <algorithm>
@@ -36,11 +39,45 @@ Buttons addButtons(QMessageBox& box, const Alert& alert) {
             box.addButton(qtTitle(title), declines ? QMessageBox::RejectRole : QMessageBox::AcceptRole));
     }
     if (buttons.inOrder.empty()) {
-        buttons.inOrder.push_back(box.addButton(QMessageBox::Ok));
+        buttons.inOrder.push_back(box.addButton(QStringLiteral("OK"), QMessageBox::AcceptRole));
     }
     box.setDefaultButton(static_cast<QPushButton*>(buttons.inOrder.front()));
     box.setEscapeButton(buttons.inOrder.back());
     return buttons;
+}
+
+// The sign of danger, in the lower right quarter of the icon.
+void paintWarning(QPainter& painter, double side) {
+    painter.setRenderHint(QPainter::Antialiasing);
+    const QPointF top(side * 0.74, side * 0.52);
+    const QPointF left(side * 0.5, side * 0.96);
+    const QPointF right(side * 0.98, side * 0.96);
+    QPainterPath triangle(top);
+    triangle.lineTo(right);
+    triangle.lineTo(left);
+    triangle.closeSubpath();
+    const QColor amber(0xff, 0xcc, 0x00);
+    const QColor ink(0x33, 0x2b, 0x00);
+    const auto pen = [side](const QColor& color, double width) {
+        return QPen(color, side * width, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
+    };
+    painter.strokePath(triangle, pen(ink, 0.09));
+    painter.strokePath(triangle, pen(amber, 0.055));
+    painter.fillPath(triangle, amber);
+    painter.setPen(pen(ink, 0.055));
+    painter.drawLine(QPointF(side * 0.74, side * 0.66), QPointF(side * 0.74, side * 0.8));
+    painter.drawPoint(QPointF(side * 0.74, side * 0.9));
+}
+
+// An alert shows whose it is: the user may not have been at this program at all.
+QPixmap icon(Alert::Style style, double ratio) {
+    const int side = qRound(64 * QtContentView::pixelsPerPoint());
+    QPixmap pixmap = QApplication::windowIcon().pixmap(QSize(side, side), ratio);
+    if (style == Alert::Style::warning && !pixmap.isNull()) {
+        QPainter painter(&pixmap);
+        paintWarning(painter, side);
+    }
+    return pixmap;
 }
 
 // What an alert says is no mark-up, wherever it came from.
@@ -55,6 +92,10 @@ void showPlainText(QMessageBox& box, const Alert& alert) {
         QFont font = title->font();
         font.setBold(true);
         title->setFont(font);
+    }
+    if (auto* const text = box.findChild<QLabel*>(QStringLiteral("qt_msgbox_informativelabel"))) {
+        // Lines of a length that reads well, however short the title is.
+        text->setMinimumWidth(qRound(340 * QtContentView::pixelsPerPoint()));
     }
 }
 
@@ -82,7 +123,7 @@ void QtAlerts::showNext() {
     box_ = new QMessageBox;
     box_->setWindowTitle(QGuiApplication::applicationDisplayName());
     box_->setWindowModality(Qt::ApplicationModal);
-    box_->setIcon(alert.style == Alert::Style::warning ? QMessageBox::Warning : QMessageBox::Information);
+    box_->setIconPixmap(icon(alert.style, box_->devicePixelRatioF()));
     showPlainText(*box_, alert);
     const Buttons buttons = addButtons(*box_, alert);
     QObject::connect(box_, &QMessageBox::finished, box_, [this, request, buttons, box = box_] {

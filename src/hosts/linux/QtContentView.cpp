@@ -207,21 +207,20 @@ protected:
         painter.setRenderHint(QPainter::Antialiasing);
         const QColor ground = palette().color(QPalette::Window);
         const QColor ink = palette().color(QPalette::WindowText);
-        // The ring of the focus lies outside the black, apart from it, and is seen on any ground.
-        const double ring = scaled(2);
-        const double gap = scaled(1.5);
         const double radius = scaled(6);
-        QRectF body = QRectF(rect());
-        if (hasFocus()) {
-            painter.setPen(QPen(ink, ring));
-            painter.setBrush(ground);
-            painter.drawRoundedRect(body.adjusted(ring / 2, ring / 2, -ring / 2, -ring / 2), radius, radius);
-            body.adjust(ring + gap, ring + gap, -ring - gap, -ring - gap);
-        }
         // On a dark ground the edge shows where the button ends.
-        painter.setPen(QPen(blend(ground, ink, contrast(ground, Qt::black) < 3 ? 0.4 : 0), 1));
+        const QColor edge = blend(ground, ink, 0.4);
+        painter.setPen(contrast(ground, Qt::black) < 3 ? QPen(edge, 1) : QPen(Qt::black, 1));
         painter.setBrush(isDown() ? QColor(0x33, 0x33, 0x33) : QColor(Qt::black));
-        painter.drawRoundedRect(body.adjusted(0.5, 0.5, -0.5, -0.5), radius, radius);
+        painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), radius, radius);
+        if (hasFocus()) {
+            // Within the black, on which it is seen whatever the ground.
+            const double gap = scaled(3);
+            painter.setPen(QPen(Qt::white, scaled(1.5)));
+            painter.setBrush(Qt::NoBrush);
+            painter.drawRoundedRect(QRectF(rect()).adjusted(gap, gap, -gap, -gap), radius - gap / 2,
+                                    radius - gap / 2);
+        }
         painter.setPen(Qt::white);
         painter.drawText(rect(), Qt::AlignCenter | Qt::TextSingleLine, text());
     }

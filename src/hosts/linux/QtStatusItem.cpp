@@ -1,14 +1,17 @@
 #include "hosts/linux/QtStatusItem.h"
 
 #include "hosts/linux/Icons.h"
+#include "hosts/linux/QtColors.h"
 #include "hosts/linux/QtText.h"
 #include "hosts/linux/QtWindow.h"
 
+#include <QApplication>
 #include <QCursor>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QDBusVariant>
+#include <QEvent>
 
 #include <chrono>
 #include <utility>
@@ -39,7 +42,29 @@ QtStatusItem::QtStatusItem(QDBusConnection bus)
     connect(&watcher_, &QDBusServiceWatcher::serviceRegistered, this, &QtStatusItem::lookForPanel);
     bus_.connect(QString(), QString::fromLatin1(watcherPath), QString::fromLatin1(watcherName),
                  QStringLiteral("StatusNotifierHostRegistered"), this, SLOT(lookForPanel()));
+    ownMenu_.widget().installEventFilter(this);
+    followColors();
     lookForPanel();
+}
+
+bool QtStatusItem::eventFilter(QObject* watched, QEvent* event) {
+    if (event->type() == QEvent::ApplicationPaletteChange) {
+        followColors();
+    }
+    return QObject::eventFilter(watched, event);
+}
+
+void QtStatusItem::followColors() {
+    // Lines that only tell something look like what can't be chosen, but are there to be read.
+    QPalette colors = QApplication::palette();
+    const QColor quiet = color(ColorRole::tertiaryLabel, colors);
+    for (const QPalette::ColorRole role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText}) {
+        colors.setColor(QPalette::Disabled, role, quiet);
+    }
+    ownMenu_.widget().setPalette(colors);
+    if (icon_) {
+        icon_->setIcon(statusIcon());
+    }
 }
 
 void QtStatusItem::setButton(const std::string&, const std::string&, const std::string& toolTip) {

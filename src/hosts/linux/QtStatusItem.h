@@ -32,6 +32,8 @@ public:
     // Shows the menu in a window unless a panel shows the item: the way in where there is no panel for it.
     void showMenuUnlessInPanel();
 
+    bool eventFilter(QObject* watched, QEvent* event) override;
+
 private Q_SLOTS:
     void lookForPanel();
 
@@ -39,6 +41,7 @@ private:
     // Qt decides at the first icon which of the two it speaks, for the life of the process.
     enum class Tray { statusNotifier, xEmbed };
 
+    void followColors();
     void askForPanel(std::function<void(bool isThere)> answer);
     void waitForNewerPanel();
     void makeIcon(Tray tray);

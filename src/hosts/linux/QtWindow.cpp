@@ -9,8 +9,8 @@
 #include <QPointer>
 #include <QScreen>
 #include <QScrollArea>
+#include <QScrollBar>
 #include <QShortcut>
-#include <QStyle>
 #include <QVBoxLayout>
 
 #include <algorithm>
@@ -88,7 +88,11 @@ public:
         }
         const QSize space = screen()->availableGeometry().size() - QSize(0, spaceForDecorations);
         if (scroller_ && size.height() > space.height()) {
-            size.rwidth() += style()->pixelMetric(QStyle::PM_ScrollBarExtent);
+            size.rwidth() += scroller_->verticalScrollBar()->sizeHint().width();
+        }
+        if (scroller_) {
+            const bool fits = size.width() <= space.width();
+            scroller_->setHorizontalScrollBarPolicy(fits ? Qt::ScrollBarAlwaysOff : Qt::ScrollBarAsNeeded);
         }
         setFixedSize(size.boundedTo(space));
     }
