@@ -18,6 +18,12 @@ namespace {
 
 constexpr std::size_t aheadSize = 64UL * 1024;
 constexpr std::size_t flushThreshold = 256UL * 1024;
+// A system without the flag is left to the program, which ignores the signal.
+#ifdef MSG_NOSIGNAL
+constexpr int sendFlags = MSG_NOSIGNAL;
+#else
+constexpr int sendFlags = 0;
+#endif
 
 void address(const sockaddr_in& from, std::string& ip, int& port) {
     std::array<char, INET_ADDRSTRLEN> text{};
@@ -242,7 +248,7 @@ bool Connection::sendAll(std::string_view bytes) {
             count = SSL_write(ssl_.get(), bytes.data(),
                               static_cast<int>(std::min<std::size_t>(bytes.size(), INT_MAX)));
         } else {
-            count = ::send(socket_, bytes.data(), bytes.size(), MSG_NOSIGNAL);
+            count = ::send(socket_, bytes.data(), bytes.size(), sendFlags);
             if (count < 0 && errno == EINTR) {
                 continue;
             }

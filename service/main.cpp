@@ -2,6 +2,7 @@
 
 #include <array>
 #include <charconv>
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <exception>
@@ -13,7 +14,9 @@
 #include <thread>
 
 #include <getopt.h>
+#ifdef __linux__
 #include <sys/prctl.h>
+#endif
 #include <unistd.h>
 
 using cadora::service::Server;
@@ -172,6 +175,22 @@ int run(const Arguments& arguments) {
     return std::cout ? EXIT_SUCCESS : EXIT_FAILURE;
 }
 
+// False when the parent is gone already.
+bool endWithParent() {
+    const pid_t parent = getppid();
+#ifdef __linux__
+    prctl(PR_SET_PDEATHSIG, SIGTERM);
+#else
+    std::thread([parent] {
+        while (getppid() == parent) {
+            std::this_thread::sleep_for(std::chrono::milliseconds(200));
+        }
+        kill(getpid(), SIGTERM);
+    }).detach();
+#endif
+    return getppid() == parent;
+}
+
 } // namespace
 
 int main(int count, char** texts) {
@@ -181,12 +200,8 @@ int main(int count, char** texts) {
             std::cout << help;
             return EXIT_SUCCESS;
         }
-        if (arguments.exitWithParent) {
-            const pid_t parent = getppid();
-            prctl(PR_SET_PDEATHSIG, SIGTERM);
-            if (getppid() != parent) {
-                return EXIT_SUCCESS;
-            }
+        if (arguments.exitWithParent && !endWithParent()) {
+            return EXIT_SUCCESS;
         }
         return run(arguments);
     } catch (const std::exception& error) {

@@ -1,10 +1,10 @@
+// What every host's keychain must do. Run by a program that defines makeKeychainUnderTest().
+
+#include "contract/KeychainUnderTest.h"
 #include "fakes/FakeKeychain.h"
-#include "hosts/linux/LibsecretKeychain.h"
-#include "linux/Keyring.h"
 
 #include <doctest/doctest.h>
 
-#include <chrono>
 #include <string>
 
 namespace cadora::test {
@@ -13,14 +13,22 @@ namespace {
 
 struct InMemory {
     FakeKeychain keychain;
+
+    static KeychainQuery query(const char* service, const char* account) { return {service, account}; }
 };
 
-struct InAKeyring {
-    Keyring keyring;
-    LibsecretKeychain keychain{std::chrono::minutes(1)};
+struct OnTheHost {
+    std::unique_ptr<KeychainUnderTest> subject = makeKeychainUnderTest();
+    Keychain& keychain = subject->keychain();
+
+    KeychainQuery query(const char* service, const char* account) const {
+        return {service, account, subject->useDataProtectionKeychain()};
+    }
 };
 
-const KeychainQuery token{"com.norvelant.cadora.mac", "cadoraToken"};
+constexpr Keychain::Status duplicateItem = -25299;
+constexpr const char* service = KeychainUnderTest::service;
+constexpr const char* otherService = KeychainUnderTest::otherService;
 constexpr auto whenUnlocked = KeychainAccessibility::afterFirstUnlock;
 
 std::string dataOf(Keychain& keychain, const KeychainQuery& query) {
@@ -34,13 +42,14 @@ std::string dataOf(Keychain& keychain, const KeychainQuery& query) {
 } // namespace cadora::test
 
 TYPE_TO_STRING_AS("in memory", cadora::test::InMemory);
-TYPE_TO_STRING_AS("in a keyring", cadora::test::InAKeyring);
+TYPE_TO_STRING_AS("on the host", cadora::test::OnTheHost);
 
 namespace cadora::test {
 
 TEST_CASE_TEMPLATE("an item that was never made is not found, and the caller's data stays", Subject, InMemory,
-                   InAKeyring) {
+                   OnTheHost) {
     Subject subject;
+    const KeychainQuery token = subject.query(service, "cadoraToken");
     std::string data = "untouched";
     CHECK(subject.keychain.copyMatching(token, &data) == Keychain::itemNotFound);
     CHECK(subject.keychain.copyMatching(token, nullptr) == Keychain::itemNotFound);
@@ -49,7 +58,7 @@ TEST_CASE_TEMPLATE("an item that was never made is not found, and the caller's d
     CHECK(subject.keychain.remove(token) == Keychain::itemNotFound);
 }
 
-TEST_CASE_TEMPLATE("what was added comes back byte for byte", Subject, InMemory, InAKeyring) {
+TEST_CASE_TEMPLATE("what was added comes back byte for byte", Subject, InMemory, OnTheHost) {
     const std::string values[] = {
         "token",
         "",
@@ -60,6 +69,7 @@ TEST_CASE_TEMPLATE("what was added comes back byte for byte", Subject, InMemory,
         std::string(65536, 'x'),
     };
     Subject subject;
+    const KeychainQuery token = subject.query(service, "cadoraToken");
     for (const std::string& value : values) {
         CHECK(subject.keychain.add(token, value, whenUnlocked) == Keychain::success);
         CHECK(subject.keychain.copyMatching(token, nullptr) == Keychain::success);
@@ -68,8 +78,9 @@ TEST_CASE_TEMPLATE("what was added comes back byte for byte", Subject, InMemory,
     }
 }
 
-TEST_CASE_TEMPLATE("an update replaces the bytes of the one item", Subject, InMemory, InAKeyring) {
+TEST_CASE_TEMPLATE("an update replaces the bytes of the one item", Subject, InMemory, OnTheHost) {
     Subject subject;
+    const KeychainQuery token = subject.query(service, "cadoraToken");
     REQUIRE(subject.keychain.add(token, "first", whenUnlocked) == Keychain::success);
     CHECK(subject.keychain.update(token, "second ✓") == Keychain::success);
     CHECK(dataOf(subject.keychain, token) == "second ✓");
@@ -77,17 +88,19 @@ TEST_CASE_TEMPLATE("an update replaces the bytes of the one item", Subject, InMe
     CHECK(subject.keychain.copyMatching(token, nullptr) == Keychain::itemNotFound);
 }
 
-TEST_CASE_TEMPLATE("an item that exists can't be added again", Subject, InMemory, InAKeyring) {
+TEST_CASE_TEMPLATE("an item that exists can't be added again", Subject, InMemory, OnTheHost) {
     Subject subject;
+    const KeychainQuery token = subject.query(service, "cadoraToken");
     REQUIRE(subject.keychain.add(token, "first", whenUnlocked) == Keychain::success);
-    CHECK(subject.keychain.add(token, "second", whenUnlocked) == LibsecretKeychain::duplicateItem);
+    CHECK(subject.keychain.add(token, "second", whenUnlocked) == duplicateItem);
     CHECK(dataOf(subject.keychain, token) == "first");
 }
 
-TEST_CASE_TEMPLATE("items differ by service and by account", Subject, InMemory, InAKeyring) {
+TEST_CASE_TEMPLATE("items differ by service and by account", Subject, InMemory, OnTheHost) {
     Subject subject;
-    const KeychainQuery userID{token.service, "cadoraUserId"};
-    const KeychainQuery foreign{"org.example", token.account};
+    const KeychainQuery token = subject.query(service, "cadoraToken");
+    const KeychainQuery userID = subject.query(service, "cadoraUserId");
+    const KeychainQuery foreign = subject.query(otherService, "cadoraToken");
     REQUIRE(subject.keychain.add(token, "token", whenUnlocked) == Keychain::success);
     REQUIRE(subject.keychain.add(userID, "user", whenUnlocked) == Keychain::success);
     REQUIRE(subject.keychain.add(foreign, "foreign", whenUnlocked) == Keychain::success);

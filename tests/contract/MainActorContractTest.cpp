@@ -1,14 +1,14 @@
-#include "fakes/ManualMainActor.h"
-#include "hosts/linux/QtMainActor.h"
-#include "linux/EventLoop.h"
+// What every host's main actor must do. Run by a program that defines makeMainActorUnderTest().
+
+#include "contract/MainActorUnderTest.h"
 
 #include "base/Completion.h"
+#include "fakes/ManualMainActor.h"
 
 #include <doctest/doctest.h>
 
 #include <algorithm>
 #include <memory>
-#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
@@ -19,14 +19,14 @@ namespace {
 
 // The actor, and a way to let it do all that is due.
 struct CrankedByHand {
-    std::optional<ManualMainActor> actor = std::optional<ManualMainActor>(std::in_place);
+    std::unique_ptr<ManualMainActor> actor = std::make_unique<ManualMainActor>();
     void runPending() { actor->runUntilIdle(); }
 };
 
-struct OnQtsEventLoop {
-    EventLoop loop;
-    std::optional<QtMainActor> actor = std::optional<QtMainActor>(std::in_place);
-    void runPending() { loop.runPending(); }
+struct OnTheHost {
+    std::unique_ptr<MainActorUnderTest> loop = makeMainActorUnderTest();
+    std::unique_ptr<MainActor> actor = loop->makeActor();
+    void runPending() { loop->runPending(); }
 };
 
 Task<void> note(std::vector<std::string>& trace, std::string text) {
@@ -50,12 +50,11 @@ Task<void> waitFor(MainActor& actor, std::shared_ptr<Release> release, std::shar
 } // namespace cadora::test
 
 TYPE_TO_STRING_AS("cranked by hand", cadora::test::CrankedByHand);
-TYPE_TO_STRING_AS("on Qt’s event loop", cadora::test::OnQtsEventLoop);
+TYPE_TO_STRING_AS("on the host", cadora::test::OnTheHost);
 
 namespace cadora::test {
 
-TEST_CASE_TEMPLATE("jobs run in the order in which they were posted", Subject, CrankedByHand,
-                   OnQtsEventLoop) {
+TEST_CASE_TEMPLATE("jobs run in the order in which they were posted", Subject, CrankedByHand, OnTheHost) {
     Subject subject;
     std::vector<int> trace;
     for (int i = 0; i < 5; ++i) {
@@ -66,7 +65,7 @@ TEST_CASE_TEMPLATE("jobs run in the order in which they were posted", Subject, C
 }
 
 TEST_CASE_TEMPLATE("a job never runs inside post, also when a job posts it", Subject, CrankedByHand,
-                   OnQtsEventLoop) {
+                   OnTheHost) {
     Subject subject;
     std::vector<std::string> trace;
     subject.actor->post([&] {
@@ -82,7 +81,7 @@ TEST_CASE_TEMPLATE("a job never runs inside post, also when a job posts it", Sub
 }
 
 TEST_CASE_TEMPLATE("jobs that another thread posts run on the actor's own thread, in order", Subject,
-                   CrankedByHand, OnQtsEventLoop) {
+                   CrankedByHand, OnTheHost) {
     Subject subject;
     std::vector<int> trace;
     bool elsewhere = false;
@@ -102,7 +101,7 @@ TEST_CASE_TEMPLATE("jobs that another thread posts run on the actor's own thread
     CHECK_FALSE(elsewhere);
 }
 
-TEST_CASE_TEMPLATE("a started task waits for its turn", Subject, CrankedByHand, OnQtsEventLoop) {
+TEST_CASE_TEMPLATE("a started task waits for its turn", Subject, CrankedByHand, OnTheHost) {
     Subject subject;
     std::vector<std::string> trace;
     subject.actor->post([&] {
@@ -116,7 +115,7 @@ TEST_CASE_TEMPLATE("a started task waits for its turn", Subject, CrankedByHand, 
 }
 
 TEST_CASE_TEMPLATE("destroying the actor ends the tasks that wait, and late completions find nobody", Subject,
-                   CrankedByHand, OnQtsEventLoop) {
+                   CrankedByHand, OnTheHost) {
     Subject subject;
     const auto release = std::make_shared<Release>();
     const auto resumed = std::make_shared<bool>(false);
@@ -131,7 +130,7 @@ TEST_CASE_TEMPLATE("destroying the actor ends the tasks that wait, and late comp
 }
 
 TEST_CASE_TEMPLATE("destroying the actor drops the jobs that have not begun, with all that they hold",
-                   Subject, CrankedByHand, OnQtsEventLoop) {
+                   Subject, CrankedByHand, OnTheHost) {
     Subject subject;
     const auto held = std::make_shared<bool>(false);
     subject.actor->post([held] { *held = true; });

@@ -29,4 +29,7 @@ public:
 // All that keep the contract: the program that runs it defines this.
 std::vector<std::unique_ptr<MediaFrameworkUnderTest>> mediaFrameworksUnderTest();
 
+// The one that reads real files.
+std::unique_ptr<MediaFrameworkUnderTest> hostsMediaFramework();
+
 } // namespace cadora::test

@@ -1,7 +1,7 @@
+// What every host's user defaults must do. Run by a program that defines makeUserDefaultsUnderTest().
+
+#include "contract/UserDefaultsUnderTest.h"
 #include "fakes/FakeUserDefaults.h"
-#include "fakes/TemporaryDirectory.h"
-#include "hosts/linux/FileUserDefaults.h"
-#include "hosts/linux/PosixFileManager.h"
 
 #include <doctest/doctest.h>
 
@@ -17,10 +17,9 @@ struct InMemory {
     FakeUserDefaults defaults;
 };
 
-struct InAFile {
-    TemporaryDirectory folder;
-    PosixFileManager fileManager{folder.path()};
-    FileUserDefaults defaults{fileManager, folder.path() / "domain.json"};
+struct OnTheHost {
+    std::unique_ptr<UserDefaultsUnderTest> subject = makeUserDefaultsUnderTest();
+    UserDefaults& defaults = subject->defaults();
 };
 
 } // namespace
@@ -28,18 +27,18 @@ struct InAFile {
 } // namespace cadora::test
 
 TYPE_TO_STRING_AS("in memory", cadora::test::InMemory);
-TYPE_TO_STRING_AS("in a file", cadora::test::InAFile);
+TYPE_TO_STRING_AS("on the host", cadora::test::OnTheHost);
 
 namespace cadora::test {
 
-TEST_CASE_TEMPLATE("a key that was never set is absent", Subject, InMemory, InAFile) {
+TEST_CASE_TEMPLATE("a key that was never set is absent", Subject, InMemory, OnTheHost) {
     Subject subject;
     CHECK_FALSE(subject.defaults.object("defaultVisibility"));
     CHECK_FALSE(subject.defaults.string("defaultVisibility"));
     CHECK_FALSE(subject.defaults.boolean("hideMenuBarIcon"));
 }
 
-TEST_CASE_TEMPLATE("a value comes back with its type", Subject, InMemory, InAFile) {
+TEST_CASE_TEMPLATE("a value comes back with its type", Subject, InMemory, OnTheHost) {
     Subject subject;
     const PropertyDictionary nested{
         {"enabled_context_menu", std::int64_t{1}},
@@ -63,7 +62,7 @@ TEST_CASE_TEMPLATE("a value comes back with its type", Subject, InMemory, InAFil
     }
 }
 
-TEST_CASE_TEMPLATE("a string is not a Boolean and a number is neither", Subject, InMemory, InAFile) {
+TEST_CASE_TEMPLATE("a string is not a Boolean and a number is neither", Subject, InMemory, OnTheHost) {
     Subject subject;
     subject.defaults.set("text", "true");
     subject.defaults.set("flag", true);
@@ -76,7 +75,8 @@ TEST_CASE_TEMPLATE("a string is not a Boolean and a number is neither", Subject,
     CHECK_FALSE(subject.defaults.string("number"));
 }
 
-TEST_CASE_TEMPLATE("setting a key replaces its value alone, whatever the type", Subject, InMemory, InAFile) {
+TEST_CASE_TEMPLATE("setting a key replaces its value alone, whatever the type", Subject, InMemory,
+                   OnTheHost) {
     Subject subject;
     subject.defaults.set("a", "1");
     subject.defaults.set("b", "2");
@@ -89,7 +89,7 @@ TEST_CASE_TEMPLATE("setting a key replaces its value alone, whatever the type", 
 }
 
 TEST_CASE_TEMPLATE("an absent value removes the key, and removing it again does nothing", Subject, InMemory,
-                   InAFile) {
+                   OnTheHost) {
     Subject subject;
     subject.defaults.set("a", "1");
     subject.defaults.set("b", "2");

@@ -66,9 +66,15 @@ std::vector<std::unique_ptr<MediaFrameworkUnderTest>> mediaFrameworksUnderTest()
     std::vector<std::unique_ptr<MediaFrameworkUnderTest>> all;
     all.push_back(std::make_unique<FakeUnderTest>());
 #ifdef CADORA_EXPORT_WORKER
-    all.push_back(std::make_unique<FfmpegUnderTest>());
+    all.push_back(hostsMediaFramework());
 #endif
     return all;
 }
+
+#ifdef CADORA_EXPORT_WORKER
+std::unique_ptr<MediaFrameworkUnderTest> hostsMediaFramework() {
+    return std::make_unique<FfmpegUnderTest>();
+}
+#endif
 
 } // namespace cadora::test

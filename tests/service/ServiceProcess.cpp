@@ -18,6 +18,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+extern "C" char** environ;
+
 namespace cadora::test {
 
 namespace {
@@ -107,8 +109,9 @@ ServiceProcess::~ServiceProcess() {
 
 void ServiceProcess::start(const std::vector<std::string>& arguments) {
     std::array<int, 2> output{};
-    if (::pipe2(output.data(), O_CLOEXEC) != 0) {
-        throw std::system_error(errno, std::generic_category(), "pipe2");
+    if (::pipe(output.data()) != 0 || ::fcntl(output[0], F_SETFD, FD_CLOEXEC) != 0 ||
+        ::fcntl(output[1], F_SETFD, FD_CLOEXEC) != 0) {
+        throw std::system_error(errno, std::generic_category(), "pipe");
     }
     posix_spawn_file_actions_t actions;
     posix_spawn_file_actions_init(&actions);

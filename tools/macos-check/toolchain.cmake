@@ -23,8 +23,10 @@ set(CMAKE_FIND_ROOT_PATH "${CMAKE_CURRENT_LIST_DIR}/sdk")
 foreach(kind PACKAGE INCLUDE LIBRARY)
   set(CMAKE_FIND_ROOT_PATH_MODE_${kind} ONLY)
 endforeach()
-set(nlohmann_json_DIR "${CMAKE_CURRENT_LIST_DIR}/cmake")
-set(doctest_DIR "${CMAKE_CURRENT_LIST_DIR}/cmake")
+set(CMAKE_FIND_PACKAGE_PREFER_CONFIG ON)
+foreach(package nlohmann_json doctest OpenSSL PkgConfig)
+  set(${package}_DIR "${CMAKE_CURRENT_LIST_DIR}/cmake")
+endforeach()
 
 set(sdk "${CMAKE_CURRENT_LIST_DIR}/sdk")
 string(JOIN " " flags

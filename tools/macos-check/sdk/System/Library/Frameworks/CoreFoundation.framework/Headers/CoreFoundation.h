@@ -26,5 +26,9 @@ CONSTANT(CFRunLoopMode, kCFRunLoopCommonModes);
 FUNCTION CFRunLoopRef CFRunLoopGetMain(void);
 FUNCTION void CFRunLoopPerformBlock(CFRunLoopRef runLoop, CFTypeRef mode, void (^block)(void)) SINCE(10.6);
 FUNCTION void CFRunLoopWakeUp(CFRunLoopRef runLoop);
+typedef double CFTimeInterval;
+typedef signed int CFRunLoopRunResult;
+FUNCTION CFRunLoopRunResult CFRunLoopRunInMode(CFRunLoopMode mode, CFTimeInterval seconds,
+                                               Boolean returnAfterSourceHandled);
 
 #pragma clang assume_nonnull end

@@ -208,6 +208,7 @@ FUNCTION NSString* NSTemporaryDirectory(void);
 - (nullable id)objectForKey:(NSString*)key;
 - (void)setObject:(nullable id)value forKey:(NSString*)key;
 - (void)removeObjectForKey:(NSString*)key;
+- (void)removePersistentDomainForName:(NSString*)domainName;
 @end
 
 // URL loading

@@ -1,0 +1,27 @@
+#include "contract/UserDefaultsUnderTest.h"
+
+#include "fakes/TemporaryDirectory.h"
+#include "hosts/linux/FileUserDefaults.h"
+#include "hosts/linux/PosixFileManager.h"
+
+namespace cadora::test {
+
+namespace {
+
+class FileUserDefaultsUnderTest : public UserDefaultsUnderTest {
+public:
+    UserDefaults& defaults() override { return defaults_; }
+
+private:
+    TemporaryDirectory folder_;
+    PosixFileManager fileManager_{folder_.path()};
+    FileUserDefaults defaults_{fileManager_, folder_.path() / "domain.json"};
+};
+
+} // namespace
+
+std::unique_ptr<UserDefaultsUnderTest> makeUserDefaultsUnderTest() {
+    return std::make_unique<FileUserDefaultsUnderTest>();
+}
+
+} // namespace cadora::test

@@ -1,0 +1,7 @@
+# The headers stand in the folder of generated things, which every source searches.
+function(pkg_check_modules prefix)
+  if(NOT TARGET PkgConfig::${prefix})
+    add_library(PkgConfig::${prefix} INTERFACE IMPORTED GLOBAL)
+    target_compile_definitions(PkgConfig::${prefix} INTERFACE CPPHTTPLIB_OPENSSL_SUPPORT)
+  endif()
+endfunction()
