@@ -6,9 +6,8 @@
 
 // What the menu's items call: one method for each command, by the command's name.
 @interface CadoraMenuTarget : NSObject
-// The target must outlive this object.
-- (instancetype)initWithTarget:(cadora::MenuTarget*)target NS_DESIGNATED_INITIALIZER;
-- (instancetype)init NS_UNAVAILABLE;
+// Null drops the commands; another one must outlive this object.
+@property cadora::MenuTarget* menuTarget;
 - (void)signIn;
 - (void)syncNow;
 - (void)signOut;

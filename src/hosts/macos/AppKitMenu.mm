@@ -2,47 +2,44 @@
 
 #include "hosts/macos/FoundationText.h"
 
-@implementation CadoraMenuTarget {
-    cadora::MenuTarget* _target;
-}
+@implementation CadoraMenuTarget
 
-- (instancetype)initWithTarget:(cadora::MenuTarget*)target {
-    if (self = [super init]) {
-        _target = target;
+- (void)perform:(cadora::MenuAction)action {
+    if (self.menuTarget != nullptr) {
+        self.menuTarget->perform(action);
     }
-    return self;
 }
 
 - (void)signIn {
-    _target->perform(cadora::MenuAction::signIn);
+    [self perform:cadora::MenuAction::signIn];
 }
 
 - (void)syncNow {
-    _target->perform(cadora::MenuAction::syncNow);
+    [self perform:cadora::MenuAction::syncNow];
 }
 
 - (void)signOut {
-    _target->perform(cadora::MenuAction::signOut);
+    [self perform:cadora::MenuAction::signOut];
 }
 
 - (void)setVisibilityPrivate {
-    _target->perform(cadora::MenuAction::setVisibilityPrivate);
+    [self perform:cadora::MenuAction::setVisibilityPrivate];
 }
 
 - (void)setVisibilityLive {
-    _target->perform(cadora::MenuAction::setVisibilityLive);
+    [self perform:cadora::MenuAction::setVisibilityLive];
 }
 
 - (void)toggleMenuBarIcon {
-    _target->perform(cadora::MenuAction::toggleMenuBarIcon);
+    [self perform:cadora::MenuAction::toggleMenuBarIcon];
 }
 
 - (void)uninstall {
-    _target->perform(cadora::MenuAction::uninstall);
+    [self perform:cadora::MenuAction::uninstall];
 }
 
 - (void)quit {
-    _target->perform(cadora::MenuAction::quit);
+    [self perform:cadora::MenuAction::quit];
 }
 
 @end

@@ -23,7 +23,7 @@ public:
 private:
     NSStatusItem* item_;
     NSMenu* menu_;
-    CadoraMenuTarget* target_ = nil;
+    CadoraMenuTarget* target_;
 };
 
 } // namespace cadora

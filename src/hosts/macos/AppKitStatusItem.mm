@@ -6,9 +6,10 @@ namespace cadora {
 
 AppKitStatusItem::AppKitStatusItem()
     : item_([[NSStatusBar systemStatusBar] statusItemWithLength:NSVariableStatusItemLength]),
-      menu_([[NSMenu alloc] initWithTitle:@""]) {}
+      menu_([[NSMenu alloc] initWithTitle:@""]), target_([[CadoraMenuTarget alloc] init]) {}
 
 AppKitStatusItem::~AppKitStatusItem() {
+    target_.menuTarget = nullptr;
     [[NSStatusBar systemStatusBar] removeStatusItem:item_];
 }
 
@@ -21,10 +22,10 @@ void AppKitStatusItem::setButton(const std::string& symbolName, const std::strin
 }
 
 void AppKitStatusItem::setMenu(Menu menu, MenuTarget& target) {
-    CadoraMenuTarget* const newTarget = [[CadoraMenuTarget alloc] initWithTarget:&target];
-    // One menu for good: what is open changes while it is open.
-    render(menu, menu_, newTarget);
-    target_ = newTarget;
+    // One menu and one target for good: what is open changes while it is open, and a command that makes the
+    // menu anew is still at work in the target.
+    target_.menuTarget = &target;
+    render(menu, menu_, target_);
     item_.menu = menu_;
 }
 

@@ -47,11 +47,16 @@ private:
     int descriptor_;
 };
 
-int syncDescriptorThroughDrive(int descriptor) {
-    if (retrying([&] { return fcntl(descriptor, F_FULLFSYNC); }) == 0) {
+// A file system that has no such thing, as some of servers have none for folders, is no failure.
+int syncDescriptor(int descriptor) {
+    if (retrying([&] { return fsync(descriptor); }) == 0 || errno == ENOTSUP || errno == EINVAL) {
         return 0;
     }
-    return retrying([&] { return fsync(descriptor); }) == 0 || errno == ENOTSUP ? 0 : errno;
+    return errno;
+}
+
+int syncDescriptorThroughDrive(int descriptor) {
+    return retrying([&] { return fcntl(descriptor, F_FULLFSYNC); }) == 0 ? 0 : syncDescriptor(descriptor);
 }
 
 int writeAll(int descriptor, std::string_view bytes) {
@@ -80,7 +85,7 @@ int unlockAndSyncOne(const fs::path& path) {
     if (!item) {
         return errno;
     }
-    return retrying([&] { return fsync(item.get()); }) == 0 || errno == ENOTSUP ? 0 : errno;
+    return syncDescriptor(item.get());
 }
 
 int syncFolderOf(const fs::path& path) {

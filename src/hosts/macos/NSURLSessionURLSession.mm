@@ -77,7 +77,8 @@ Handler completionHandler(MainActor* actor, URL url, std::filesystem::path file,
 class HardLink {
 public:
     explicit HardLink(const std::filesystem::path& file)
-        : path_(stdString(NSTemporaryDirectory()) + stdString([NSUUID UUID].UUIDString) + ".upload"),
+        : path_(std::filesystem::path(stdString(NSTemporaryDirectory())) /
+                (stdString([NSUUID UUID].UUIDString) + ".upload")),
           exists_(link(file.c_str(), path_.c_str()) == 0) {}
     HardLink(const HardLink&) = delete;
     HardLink& operator=(const HardLink&) = delete;
