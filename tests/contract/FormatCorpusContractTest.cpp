@@ -15,7 +15,8 @@
 #include <spawn.h>
 #include <sys/wait.h>
 
-extern "C" char** environ;
+// Not every system declares it.
+extern "C" char** environ; // NOLINT(readability-redundant-declaration)
 
 namespace cadora::test {
 

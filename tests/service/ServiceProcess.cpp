@@ -18,7 +18,8 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-extern "C" char** environ;
+// Not every system declares it.
+extern "C" char** environ; // NOLINT(readability-redundant-declaration)
 
 namespace cadora::test {
 

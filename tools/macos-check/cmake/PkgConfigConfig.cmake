@@ -2,6 +2,5 @@
 function(pkg_check_modules prefix)
   if(NOT TARGET PkgConfig::${prefix})
     add_library(PkgConfig::${prefix} INTERFACE IMPORTED GLOBAL)
-    target_compile_definitions(PkgConfig::${prefix} INTERFACE CPPHTTPLIB_OPENSSL_SUPPORT)
   endif()
 endfunction()
