@@ -13,7 +13,8 @@ import unittest
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.path.insert(0, str(ROOT / "tools"))
 
-from road import Helper, Outbox, Service, session_folder, sign_in, wait_for  # noqa: E402
+from desktop import Panel, StatusItem  # noqa: E402
+from road import Helper, Outbox, Service, forget_account, session_folder, sign_in, wait_for  # noqa: E402
 
 BUILD = pathlib.Path(os.environ["CADORA_BUILD"])
 FOLDER = session_folder()
@@ -182,7 +183,28 @@ class RoadTest(unittest.TestCase):
         self.assertEqual(self.steps(), ["presign", "put", "sync", "sync"])
         self.assertEqual(len(self.posts()), 1)
 
-    def test_killed_after_a_failure_it_keeps_the_item_and_its_reason(self):
+    def sync_manually(self):
+        """Chooses so in the menu, as the panel does."""
+        panel = Panel()
+        self.addCleanup(panel.stop)
+        panel.start()
+        StatusItem.wait(self.helper.process.pid).choose("Sync Manually")
+
+    def test_killed_while_it_waits_for_a_sign_in_it_sends_the_item_when_asked_to(self):
+        forget_account()
+        self.addCleanup(sign_in)
+        self.helper.send([self.song("deferred.wav")])
+        self.wait_for_state("deferredAuth")
+        self.helper.kill()
+        sign_in()
+        self.helper.start()
+        self.assertEqual(self.outbox.states(), ["deferredAuth"])
+        self.sync_manually()
+        self.wait_for_posts(1)
+        self.wait_for_rest()
+        self.assertEqual(self.steps(), ["presign", "put", "sync"])
+
+    def test_killed_after_a_failure_it_keeps_the_item_and_sends_it_when_asked_to(self):
         self.service.spoil(path="/api/posts/presign", status=500)
         self.helper.send([self.song("failed.wav")])
         self.wait_for_state("failed")
@@ -194,6 +216,9 @@ class RoadTest(unittest.TestCase):
         wait_for(lambda: len(self.outbox.items()) == 1, "the failed item alone", SETTLE_TIMEOUT)
         [item] = self.outbox.items()
         self.assertEqual((item["state"], item["lastError"], item["attempts"]), ("failed", "http(500)", 1))
+        self.sync_manually()
+        self.wait_for_posts(2)
+        self.wait_for_rest()
 
     def test_what_is_no_music_fails_with_its_reason_and_does_not_hold_up_the_rest(self):
         rubbish = FOLDER / "home/rubbish.wav"
