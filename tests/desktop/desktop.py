@@ -261,6 +261,12 @@ class Screen:
         wait_for(lambda: self.focused() == name, f"the keyboard at “{name}”")
 
 
+def current_name(node):
+    """Of something found before."""
+    node.accessible.clear_cache()
+    return node.accessible.get_name()
+
+
 def click(point, button=1):
     x, y = point
     run_xdotool("mousemove", str(x), str(y), "click", str(button))

@@ -22,6 +22,7 @@ from desktop import (  # noqa: E402
     StatusItem,
     click,
     contrast,
+    current_name,
     press_keys,
     save_picture,
     visible_windows,
@@ -63,6 +64,10 @@ UNINSTALL_TEXT = (
     "This signs you out, removes the “Send to Cadora” menu item, deletes any pending uploads, and moves Cadora "
     "Helper to the Trash. Posts already sent are unaffected."
 )
+WAITING = "The sign-in page opens in your browser. Go on there: this window closes by itself once you have signed in."
+OPENING = "Opening Apple sign-in…"
+NO_ACCOUNT = "No Cadora account found"
+CALLBACK = "cadora://auth?"
 
 
 def welcome(site, status=()):
@@ -94,6 +99,22 @@ def outbox_entry(number, name, state):
     }
 
 
+def install_browser(record):
+    """A web browser that only writes down what it is to open."""
+    program = session_folder() / "browser"
+    program.write_text(f'#!/bin/sh\nprintf "%s\\n" "$1" >> "{record}"\n')
+    program.chmod(0o755)
+    applications = pathlib.Path(os.environ["XDG_DATA_HOME"]) / "applications"
+    applications.mkdir(parents=True, exist_ok=True)
+    (applications / "test-browser.desktop").write_text(
+        f"[Desktop Entry]\nType=Application\nName=Browser\nExec={program} %u\n"
+        "MimeType=x-scheme-handler/http;x-scheme-handler/https;\n"
+    )
+    (pathlib.Path(os.environ["XDG_CONFIG_HOME"]) / "mimeapps.list").write_text(
+        "[Default Applications]\nx-scheme-handler/http=test-browser.desktop\n"
+    )
+
+
 class WindowsTest(unittest.TestCase):
     @classmethod
     def setUpClass(cls):
@@ -105,6 +126,8 @@ class WindowsTest(unittest.TestCase):
         cls.outbox = Outbox()
         cls.sound = session_folder() / "take.wav"
         subprocess.run([BUILD / "bin/make-music", "--seconds", "1", cls.sound], check=True)
+        cls.opened_pages = session_folder() / "opened pages"
+        install_browser(cls.opened_pages)
 
     def setUp(self):
         self.panel = Panel()
@@ -113,6 +136,7 @@ class WindowsTest(unittest.TestCase):
         defaults = pathlib.Path(os.environ["XDG_CONFIG_HOME"]) / "com.norvelant.cadora.mac/defaults.json"
         defaults.unlink(missing_ok=True)
         shutil.rmtree(self.outbox.folder, ignore_errors=True)
+        self.opened_pages.unlink(missing_ok=True)
         self.addCleanup(forget_account)
 
     def start(self):
@@ -137,6 +161,19 @@ class WindowsTest(unittest.TestCase):
             wait_for(lambda: self.screen.names("Cadora Helper") == expected, "the welcome window")
         finally:
             self.assertEqual(self.screen.names("Cadora Helper"), expected)
+
+    def pages(self):
+        """What the browser was to open."""
+        return self.opened_pages.read_text().splitlines() if self.opened_pages.exists() else []
+
+    def wait_for_page(self, page):
+        wait_for(lambda: page in self.pages(), f"“{page}” in the browser")
+
+    def end_sign_in(self, query):
+        """As the browser does once the page is done."""
+        self.screen.wait_for_name(WAITING)
+        command = [self.helper.program, CALLBACK + query]
+        subprocess.run(command, stdin=subprocess.DEVNULL, timeout=TIMEOUT, check=True)
 
     def write_outbox(self, entries):
         for entry in entries:
@@ -363,7 +400,56 @@ class WindowsTest(unittest.TestCase):
         self.open_again()
         self.wait_for_welcome()
 
+    def test_the_welcome_window_tells_how_a_sign_in_goes(self):
+        item = self.start_in_panel()
+        self.wait_for_welcome()
+        for query, status in (
+            (
+                "error=no_account",
+                "No Cadora account found for that Apple ID. Create your account in the Cadora app first — get it at "
+                f"{self.site} — then sign in here.",
+            ),
+            ("error=denied", "Sign-in didn't complete. Please try again."),
+        ):
+            self.screen.press("Sign in with Apple")
+            self.wait_for_welcome(OPENING)
+            self.end_sign_in(query)
+            self.wait_for_welcome(status)
+            save_picture(f"welcome-{query.partition('=')[2]}")
+        self.assertEqual(item.lines()[0], SIGN_IN)
+        self.screen.press("Sign in with Apple")
+        self.wait_for_welcome(OPENING)
+        status = self.screen.wait_for_control(OPENING)
+        self.end_sign_in("token=local-token&user_id=1001&email=musician%40example.org")
+        # It stands there for a second only: too short to look at the whole screen.
+        wait_for(lambda: current_name(status) == "Signed in as musician@example.org ✓", "the confirmation")
+        wait_for(lambda: self.screen.windows() == [], "the window to close")
+        self.assertEqual(item.lines()[0], "Signed in: musician@example.org (disabled)")
+
+    def test_the_link_opens_the_site(self):
+        self.start()
+        self.screen.press(f"{self.site} →")
+        self.wait_for_page(f"http://{self.site}")
+
     # Alerts.
+
+    def test_whoever_has_no_account_is_told_and_led_to_the_site(self):
+        item = self.start_in_panel()
+        for answer in ("OK", f"Open {self.site}"):
+            item.choose(SIGN_IN)
+            self.end_sign_in("error=no_account")
+            self.screen.wait_for_name(NO_ACCOUNT)
+            text = (
+                "That Apple ID isn’t linked to a Cadora account yet. Cadora Helper can’t create one — first make "
+                f"your account in the Cadora app at {self.site}, then sign in here."
+            )
+            self.assertLessEqual({NO_ACCOUNT, text, "OK", f"Open {self.site}"}, set(self.screen.names()))
+            self.assertTrue(self.screen.is_default(f"Open {self.site}"))
+            save_picture("alert-no-account")
+            self.assertNotIn(f"http://{self.site}", self.pages())
+            self.screen.press(answer)
+            wait_for(lambda: self.screen.windows() == ["Cadora Helper"], "the alert's and the sign-in's end")
+        self.wait_for_page(f"http://{self.site}")
 
     def test_hiding_the_icon_says_how_it_comes_back_and_opening_again_brings_it(self):
         self.start_in_panel().choose("Settings", "Show Cadora Helper in top menu")
