@@ -232,11 +232,14 @@ class RegisterTest(FreshHome):
         self.assertEqual(contents(self.home), before)
 
     def test_another_installation_keeps_its_entries_and_settings(self):
+        other = self.home.parent / "other"
+        # A place whose name ends in the other's.
+        self.folder = pathlib.Path(f"{self.home.parent}/deep{other}")
+        for folder in (self.folder, other):
+            shutil.copytree(self.installed / "lib/cadora-helper", folder)
         self.register()
         self.write(self.config / BUS_NAME / "defaults.json", "{}")
         registered = contents(self.home)
-        other = self.home.parent / "other"
-        shutil.copytree(self.installed / "lib/cadora-helper", other)
         self.succeed(other / "bin/cadora-register", "-u", other)
         self.assertEqual(contents(self.home), registered)
 

@@ -210,7 +210,12 @@ std::map<fs::path, std::string> Registration::entries() const {
 
 bool Registration::isOfAnotherFolder() const {
     const auto entry = user_file::read(folders_.dataHome / "applications" / desktopEntry);
-    return entry && entry->find(execWord((folder_ / "bin/cadora-helper").string())) == std::string::npos;
+    return entry && entry->find(startsHelper()) == std::string::npos;
+}
+
+// The line of an entry that starts the program of this folder, but for its end.
+std::string Registration::startsHelper() const {
+    return "\nExec=" + execWord((folder_ / "bin/cadora-helper").string());
 }
 
 void Registration::refreshCaches(Record& record) {
@@ -283,7 +288,6 @@ void Registration::removeAssociations() {
 
 // Session managers copy the entry to where they look for what to start, under its name or one of their own.
 void Registration::removeStartsAtLogin() {
-    const std::string helper = execWord((folder_ / "bin/cadora-helper").string());
     std::error_code error;
     for (fs::directory_iterator item(folders_.configHome / "autostart", error), end; !error && item != end;
          item.increment(error)) {
@@ -292,7 +296,7 @@ void Registration::removeStartsAtLogin() {
         }
         attempt([&] {
             const std::string entry = user_file::read(item->path()).value_or("");
-            if (entry.find("Exec=" + helper) != std::string::npos) {
+            if (entry.find(startsHelper()) != std::string::npos) {
                 user_file::remove(item->path());
             }
         });

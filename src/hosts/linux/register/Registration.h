@@ -41,6 +41,7 @@ private:
     void writeRecord(const Record& record) const;
     void writeEntries(const std::map<std::filesystem::path, std::string>& wanted, Record& record);
     std::map<std::filesystem::path, std::string> entries() const;
+    std::string startsHelper() const;
     void refreshCaches(Record& record);
     void runNoting(Record& record, const char* tool, const std::vector<std::string>& arguments,
                    const std::filesystem::path& within);
