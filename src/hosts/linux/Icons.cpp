@@ -3,12 +3,15 @@
 #include <QApplication>
 #include <QIconEngine>
 #include <QImage>
+#include <QImageReader>
+#include <QList>
 #include <QPainter>
 #include <QPalette>
 #include <QStandardPaths>
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 
 // Outside the namespace, as Qt asks.
 static void initializeIcons() {
@@ -29,11 +32,16 @@ bool isInstalled() {
     return !find("symbolic").isEmpty() || !find("scalable").isEmpty();
 }
 
-// The drawing, of which only the coverage counts, in the size or larger.
-QImage drawing(int size) {
-    constexpr std::array sizes{16, 22, 24, 32, 48, 64};
+constexpr std::array applicationSizes{16, 32, 48, 88, 128, 176, 256};
+constexpr std::array statusSizes{16, 22, 24, 32, 48, 64};
+
+// The drawing in the size or larger. Its format is given, since Qt loads every plugin to look for one.
+template <std::size_t count> QImage drawing(const char* name, const std::array<int, count>& sizes, int size) {
     const auto* const found = std::lower_bound(sizes.begin(), sizes.end(), size);
-    return QImage(QStringLiteral(":/cadora/status-%1.png").arg(found == sizes.end() ? sizes.back() : *found));
+    const int nearest = found == sizes.end() ? sizes.back() : *found;
+    QImageReader reader(QStringLiteral(":/cadora/%1-%2.png").arg(QLatin1String(name)).arg(nearest), "png");
+    reader.setAutoDetectImageFormat(false);
+    return reader.read();
 }
 
 QImage tinted(QImage image, const QColor& color) {
@@ -43,7 +51,41 @@ QImage tinted(QImage image, const QColor& color) {
     return image;
 }
 
-class StatusIconEngine : public QIconEngine {
+// An icon that is drawn when it is asked for.
+class DrawnIconEngine : public QIconEngine {
+public:
+    QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override {
+        QPixmap pixmap(size);
+        pixmap.fill(Qt::transparent);
+        QPainter painter(&pixmap);
+        paint(&painter, QRect(QPoint(0, 0), size), mode, state);
+        return pixmap;
+    }
+};
+
+class ApplicationIconEngine : public DrawnIconEngine {
+public:
+    void paint(QPainter* painter, const QRect& rect, QIcon::Mode, QIcon::State) override {
+        const double ratio = painter->device()->devicePixelRatioF();
+        const int side = std::min(rect.width(), rect.height());
+        QRect place(0, 0, side, side);
+        place.moveCenter(rect.center());
+        painter->setRenderHint(QPainter::SmoothPixmapTransform);
+        painter->drawImage(place, drawing("application", applicationSizes, qRound(side * ratio)));
+    }
+
+    QList<QSize> availableSizes(QIcon::Mode, QIcon::State) override {
+        QList<QSize> sizes;
+        for (const int size : applicationSizes) {
+            sizes.append(QSize(size, size));
+        }
+        return sizes;
+    }
+
+    QIconEngine* clone() const override { return new ApplicationIconEngine(*this); }
+};
+
+class StatusIconEngine : public DrawnIconEngine {
 public:
     void paint(QPainter* painter, const QRect& rect, QIcon::Mode, QIcon::State) override {
         const double ratio = painter->device()->devicePixelRatioF();
@@ -51,7 +93,8 @@ public:
         if (side <= 0) {
             return;
         }
-        const QImage image = drawing(side)
+        // Of this drawing only the coverage counts.
+        const QImage image = drawing("status", statusSizes, side)
                                  .convertToFormat(QImage::Format_ARGB32_Premultiplied)
                                  .scaled(side, side, Qt::KeepAspectRatio, Qt::SmoothTransformation);
         const QPalette palette = QApplication::palette();
@@ -70,14 +113,6 @@ public:
         painter->restore();
     }
 
-    QPixmap pixmap(const QSize& size, QIcon::Mode mode, QIcon::State state) override {
-        QPixmap pixmap(size);
-        pixmap.fill(Qt::transparent);
-        QPainter painter(&pixmap);
-        paint(&painter, QRect(QPoint(0, 0), size), mode, state);
-        return pixmap;
-    }
-
     QIconEngine* clone() const override { return new StatusIconEngine(*this); }
     QString iconName() override { return name_; }
 
@@ -89,11 +124,7 @@ private:
 
 QIcon applicationIcon() {
     initializeIcons();
-    QIcon icon;
-    for (const int size : {16, 32, 48, 88, 128, 176, 256}) {
-        icon.addFile(QStringLiteral(":/cadora/application-%1.png").arg(size), QSize(size, size));
-    }
-    return icon;
+    return QIcon(new ApplicationIconEngine);
 }
 
 QIcon statusIcon() {
