@@ -46,8 +46,42 @@ PANEL_SETTINGS = """\
 """
 
 
-class Panel:
-    """A panel with a tray."""
+class Tray:
+    """What the display shows of a tray along its upper edge, with one item in it."""
+
+    def wait_for_icon(self):
+        """The middle of the icon."""
+        drawn, _, _ = wait_for(self._find_icon, "the icon in the panel")
+        return (drawn[0] + drawn[-1]) // 2, 16
+
+    def colors(self):
+        """The colour of the panel, and those of the icon."""
+        _, ground, colors = wait_for(self._find_icon, "the icon in the panel")
+        return ground, colors
+
+    def _find_icon(self):
+        width, rows = pixels("-crop", "1280x28+0+2")
+        counts = collections.Counter(color for row in rows for color in row)
+        ground = counts.most_common(1)[0][0]
+        drawn = [x for x in range(width) if any(row[x] != ground for row in rows)]
+        return (drawn, ground, set(counts) - {ground}) if drawn and drawn[-1] - drawn[0] > 12 else None
+
+
+class OlderTray(Tray):
+    """One that embeds windows of X11 and speaks no D-Bus."""
+
+    def start(self):
+        options = {"edge": "top", "align": "left", "widthtype": "percent", "width": "100", "height": "32"}
+        arguments = [word for name, value in options.items() for word in (f"--{name}", value)]
+        with open(session_folder() / "logs/trayer.log", "ab") as log:
+            self.process = subprocess.Popen(["trayer", *arguments], stdin=subprocess.DEVNULL, stdout=log, stderr=log)
+
+    def stop(self):
+        end(self.process)
+
+
+class Panel(Tray):
+    """A panel with a tray of the current kind."""
 
     def __init__(self, dark=False):
         # What the keeper of the settings has read once it doesn't read again.
@@ -70,23 +104,6 @@ class Panel:
         if self.process is not None:
             end(self.process)
             wait_for(lambda: not has_owner(WATCHER), "the panel's end")
-
-    def wait_for_icon(self):
-        """The middle of the one icon that the tray shows, as the display shows it."""
-        drawn, _, _ = wait_for(self._find_icon, "the icon in the panel")
-        return (drawn[0] + drawn[-1]) // 2, 16
-
-    def colors(self):
-        """The colour of the panel, and those of the icon that it shows."""
-        _, ground, colors = wait_for(self._find_icon, "the icon in the panel")
-        return ground, colors
-
-    def _find_icon(self):
-        width, rows = pixels("-crop", "1280x28+0+2")
-        counts = collections.Counter(color for row in rows for color in row)
-        ground = counts.most_common(1)[0][0]
-        drawn = [x for x in range(width) if any(row[x] != ground for row in rows)]
-        return (drawn, ground, set(counts) - {ground}) if drawn and drawn[-1] - drawn[0] > 12 else None
 
 
 def bus():

@@ -17,6 +17,7 @@ ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.path.insert(0, str(ROOT / "tools"))
 
 from desktop import (  # noqa: E402
+    OlderTray,
     Panel,
     Screen,
     StatusItem,
@@ -24,6 +25,7 @@ from desktop import (  # noqa: E402
     contrast,
     current_name,
     press_keys,
+    rectangle,
     save_picture,
     visible_windows,
     wait_for_menu,
@@ -282,8 +284,8 @@ class WindowsTest(unittest.TestCase):
 
     # By pixels.
 
-    def open_menu(self, button):
-        point = self.panel.wait_for_icon()
+    def open_menu(self, button, tray=None):
+        point = (tray or self.panel).wait_for_icon()
         before = visible_windows()
         click(point, button)
         return wait_for_menu(before)
@@ -306,6 +308,20 @@ class WindowsTest(unittest.TestCase):
         self.wait_for_welcome()
         menu = self.open_menu(button=1)
         save_picture("menu-left-button")
+        self.click_quit(menu)
+
+    def test_an_older_tray_shows_the_menu_too(self):
+        tray = OlderTray()
+        self.start()
+        self.wait_for_welcome()
+        tray.start()
+        self.addCleanup(tray.stop)
+        for button in (1, 3):
+            menu = self.open_menu(button, tray)
+            save_picture(f"menu-older-tray-{button}")
+            if button == 1:
+                press_keys("Escape")
+                wait_for(lambda: menu not in map(rectangle, visible_windows()), "the menu's end")
         self.click_quit(menu)
 
     def require_icon_seen(self, name, dark):
