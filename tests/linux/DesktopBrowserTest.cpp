@@ -11,6 +11,7 @@
 
 #include <doctest/doctest.h>
 
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <optional>
@@ -102,6 +103,17 @@ TEST_CASE("a page opens through the portal where there is one") {
     fixture.open();
     CHECK(fixture.loop.runUntil([&] { return portal.opened.size() == 2; }));
     CHECK(fixture.failures.empty());
+}
+
+TEST_CASE("a browser does not inherit which signals the program ignores") {
+    Fixture fixture("while read -r name value; do\n"
+                    "    [ \"$name\" != SigIgn: ] || echo \"$value\" > \"${0%/*}/note\"\n"
+                    "done < /proc/$$/status");
+    auto* const former = std::signal(SIGPIPE, SIG_IGN);
+    fixture.open();
+    REQUIRE(fixture.loop.runUntil([&] { return readFile(fixture.note()).ends_with('\n'); }));
+    std::signal(SIGPIPE, former);
+    CHECK((std::stoull(readFile(fixture.note()), nullptr, 16) >> (SIGPIPE - 1) & 1) == 0);
 }
 
 TEST_CASE("a choice of browsers that the user dismissed is told") {

@@ -8,6 +8,7 @@
 #include <QSocketNotifier>
 
 #include <chrono>
+#include <csignal>
 #include <cstring>
 #include <memory>
 #include <utility>
@@ -57,7 +58,11 @@ Spawned spawnXDGOpen(std::string url) {
     posix_spawnattr_t attributes;
     posix_spawnattr_init(&attributes);
     // In a session of its own, so that what ends this program's terminal spares the browser.
-    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID);
+    // Nor does it inherit which signals this program ignores.
+    sigset_t signals;
+    sigfillset(&signals);
+    posix_spawnattr_setsigdefault(&attributes, &signals);
+    posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSID | POSIX_SPAWN_SETSIGDEF);
     Spawned result;
     result.error = posix_spawnp(&result.process, program.c_str(), &actions, &attributes, arguments, environ);
     posix_spawnattr_destroy(&attributes);
