@@ -12,8 +12,8 @@
 #include <QScrollArea>
 #include <QWidget>
 
-#include <algorithm>
 #include <cstdlib>
+#include <map>
 #include <string>
 #include <vector>
 
@@ -43,15 +43,16 @@ public:
 
     // The widgets of a kind that can be seen, from top to bottom.
     template <class Widget> static std::vector<Widget*> visible(QWidget& window) {
-        std::vector<Widget*> found;
+        std::multimap<int, Widget*> byHeight;
         for (Widget* const widget : window.findChildren<Widget*>()) {
             if (widget->isVisible()) {
-                found.push_back(widget);
+                byHeight.emplace(widget->mapTo(&window, QPoint()).y(), widget);
             }
         }
-        std::stable_sort(found.begin(), found.end(), [&window](Widget* a, Widget* b) {
-            return a->mapTo(&window, QPoint()).y() < b->mapTo(&window, QPoint()).y();
-        });
+        std::vector<Widget*> found;
+        for (const auto& [height, widget] : byHeight) {
+            found.push_back(widget);
+        }
         return found;
     }
 
