@@ -11,18 +11,27 @@ namespace {
 
 static_assert(Keychain::success == errSecSuccess && Keychain::itemNotFound == errSecItemNotFound);
 
-using Attributes = NSMutableDictionary<NSString*, id>;
-
 NSString* name(CFStringRef constant) {
     return (__bridge NSString*)constant;
 }
 
-Attributes* baseQuery(const KeychainQuery& query) {
-    Attributes* const attributes = [NSMutableDictionary dictionary];
-    attributes[name(kSecClass)] = (__bridge id)kSecClassGenericPassword;
-    attributes[name(kSecAttrService)] = nsString(query.service);
-    attributes[name(kSecAttrAccount)] = nsString(query.account);
-    attributes[name(kSecUseDataProtectionKeychain)] = @(query.useDataProtectionKeychain);
+// A dictionary that lives as long as this object. A variable of ARC's may let go of its object after its last
+// use, and a call that gets the object as a CFDictionary is none.
+class Attributes {
+public:
+    void set(CFStringRef attribute, id value) { dictionary_[name(attribute)] = value; }
+    CFDictionaryRef get() const { return (__bridge CFDictionaryRef)dictionary_; }
+
+private:
+    NSMutableDictionary<NSString*, id>* const dictionary_ = [NSMutableDictionary dictionary];
+};
+
+Attributes baseQuery(const KeychainQuery& query) {
+    Attributes attributes;
+    attributes.set(kSecClass, (__bridge id)kSecClassGenericPassword);
+    attributes.set(kSecAttrService, nsString(query.service));
+    attributes.set(kSecAttrAccount, nsString(query.account));
+    attributes.set(kSecUseDataProtectionKeychain, @(query.useDataProtectionKeychain));
     return attributes;
 }
 
@@ -38,22 +47,18 @@ CFStringRef accessible(KeychainAccessibility accessibility) {
     return kSecAttrAccessibleAfterFirstUnlock;
 }
 
-CFDictionaryRef bridged(Attributes* attributes) {
-    return (__bridge CFDictionaryRef)attributes;
-}
-
 } // namespace
 
 Keychain::Status SecItemKeychain::copyMatching(const KeychainQuery& query, std::string* data) {
     @autoreleasepool {
-        Attributes* const attributes = baseQuery(query);
+        Attributes attributes = baseQuery(query);
         if (data == nullptr) {
-            return SecItemCopyMatching(bridged(attributes), nullptr);
+            return SecItemCopyMatching(attributes.get(), nullptr);
         }
-        attributes[name(kSecReturnData)] = @YES;
-        attributes[name(kSecMatchLimit)] = (__bridge id)kSecMatchLimitOne;
+        attributes.set(kSecReturnData, @YES);
+        attributes.set(kSecMatchLimit, (__bridge id)kSecMatchLimitOne);
         CFTypeRef result = nullptr;
-        const OSStatus status = SecItemCopyMatching(bridged(attributes), &result);
+        const OSStatus status = SecItemCopyMatching(attributes.get(), &result);
         const id found = CFBridgingRelease(result);
         if (status != errSecSuccess) {
             return status;
@@ -68,25 +73,27 @@ Keychain::Status SecItemKeychain::copyMatching(const KeychainQuery& query, std::
 
 Keychain::Status SecItemKeychain::update(const KeychainQuery& query, const std::string& data) {
     @autoreleasepool {
-        Attributes* const changes = [NSMutableDictionary dictionary];
-        changes[name(kSecValueData)] = dataOf(data);
-        return SecItemUpdate(bridged(baseQuery(query)), bridged(changes));
+        const Attributes attributes = baseQuery(query);
+        Attributes changes;
+        changes.set(kSecValueData, dataOf(data));
+        return SecItemUpdate(attributes.get(), changes.get());
     }
 }
 
 Keychain::Status SecItemKeychain::add(const KeychainQuery& query, const std::string& data,
                                       KeychainAccessibility accessibility) {
     @autoreleasepool {
-        Attributes* const attributes = baseQuery(query);
-        attributes[name(kSecValueData)] = dataOf(data);
-        attributes[name(kSecAttrAccessible)] = (__bridge id)accessible(accessibility);
-        return SecItemAdd(bridged(attributes), nullptr);
+        Attributes attributes = baseQuery(query);
+        attributes.set(kSecValueData, dataOf(data));
+        attributes.set(kSecAttrAccessible, (__bridge id)accessible(accessibility));
+        return SecItemAdd(attributes.get(), nullptr);
     }
 }
 
 Keychain::Status SecItemKeychain::remove(const KeychainQuery& query) {
     @autoreleasepool {
-        return SecItemDelete(bridged(baseQuery(query)));
+        const Attributes attributes = baseQuery(query);
+        return SecItemDelete(attributes.get());
     }
 }
 
