@@ -37,13 +37,21 @@ namespace cadora {
 
 namespace {
 
-NSWindow* makeWindow(const WindowDescription& description) {
+NSWindow* makeTitledWindow(const WindowDescription& description) {
     NSWindow* const window = [[NSWindow alloc]
         initWithContentRect:NSMakeRect(0, 0, description.contentWidth, description.contentHeight)
                   styleMask:NSWindowStyleMaskTitled | NSWindowStyleMaskClosable
                     backing:NSBackingStoreBuffered
                       defer:NO];
     window.title = nsString(description.title);
+    return window;
+}
+
+// One that nothing is said of is never shown: it only stands for a window where the platform wants one.
+NSWindow* makeWindow(const WindowDescription& description) {
+    const bool isPlain =
+        description.title.empty() && description.contentWidth == 0 && description.contentHeight == 0;
+    NSWindow* const window = isPlain ? [[NSWindow alloc] init] : makeTitledWindow(description);
     window.releasedWhenClosed = NO;
     return window;
 }
