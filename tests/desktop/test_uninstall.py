@@ -81,7 +81,7 @@ class UninstallTest(unittest.TestCase):
         run(BUILD / "bin/make-music", "--seconds", "2", cls.song)
 
     def setUp(self):
-        wait_for(lambda: not traces(), "a home without a trace of the helper")
+        wait_for(lambda: not traces(), "a home without a trace of the helper", TIMEOUT)
         self.addCleanup(shutil.rmtree, TRASH, ignore_errors=True)
         self.outbox = Outbox()
 
@@ -111,7 +111,7 @@ class UninstallTest(unittest.TestCase):
         self.assertFalse((DATA / "Cadora").exists())
         try:
             # The panel's settings are written a moment after they were changed.
-            wait_for(lambda: not traces(), "the last trace to go")
+            wait_for(lambda: not traces(), "the last trace to go", TIMEOUT)
         except Failure:
             self.assertEqual(traces(), [])
 
