@@ -135,8 +135,8 @@ class WindowsTest(unittest.TestCase):
         self.panel = Panel()
         self.addCleanup(self.panel.stop)
         self.addCleanup(lambda: end(self.helper.process) if self.helper.process else None)
-        defaults = pathlib.Path(os.environ["XDG_CONFIG_HOME"]) / "com.norvelant.cadora.mac/defaults.json"
-        defaults.unlink(missing_ok=True)
+        self.defaults = pathlib.Path(os.environ["XDG_CONFIG_HOME"]) / "com.norvelant.cadora.mac/defaults.json"
+        self.defaults.unlink(missing_ok=True)
         shutil.rmtree(self.outbox.folder, ignore_errors=True)
         self.opened_pages.unlink(missing_ok=True)
         self.addCleanup(forget_account)
@@ -384,6 +384,22 @@ class WindowsTest(unittest.TestCase):
         self.screen.wait_for_focus("Signed in: Cadora")
         press_keys("ctrl+q")
         self.assertEqual(self.helper.process.wait(TIMEOUT), 0)
+
+    def test_the_menu_in_a_window_opens_its_submenus_by_the_keyboard(self):
+        sign_in()
+        self.start()
+        self.open_again()
+        self.screen.wait_for_focus("Signed in: Cadora")
+        press_keys("Tab", "Tab")
+        self.screen.wait_for_focus("Settings")
+        for keys in (("Return",), ("Down", "Right")):
+            before = visible_windows()
+            press_keys(*keys)
+            wait_for(lambda: visible_windows() - before, "the submenu")
+        save_picture("menu-window-submenu")
+        press_keys("Down", "Return")
+        wait_for(lambda: "subscribers" in self.defaults.read_text(), "the choice to be stored")
+        self.screen.wait_for_focus("Settings")
 
     def test_with_a_panel_opening_again_shows_no_window_of_the_menu(self):
         self.start_in_panel()

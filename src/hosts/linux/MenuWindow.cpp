@@ -10,6 +10,7 @@
 #include <QFrame>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QMouseEvent>
 #include <QPainter>
 #include <QPushButton>
 #include <QScreen>
@@ -45,12 +46,14 @@ private:
 QStyleOptionMenuItem menuItem(const QWidget& line, const QString& text) {
     QStyleOptionMenuItem option;
     option.initFrom(&line);
-    option.state.setFlag(QStyle::State_Selected, line.isEnabled() && (line.hasFocus() || line.underMouse()));
+    option.state.setFlag(QStyle::State_Selected, line.hasFocus());
     option.state.setFlag(QStyle::State_HasFocus, false);
     option.menuItemType = QStyleOptionMenuItem::Normal;
     option.checkType = QStyleOptionMenuItem::NotCheckable;
     option.font = line.font();
     option.text = text;
+    option.reservedShortcutWidth =
+        line.fontMetrics().horizontalAdvance(text.section(QLatin1Char('\t'), 1, 1));
     option.menuRect = line.rect();
     option.palette.setColor(QPalette::Window, line.palette().color(QPalette::Window));
     return option;
@@ -58,12 +61,10 @@ QStyleOptionMenuItem menuItem(const QWidget& line, const QString& text) {
 
 QSize menuItemSize(const QWidget& line, const QString& text) {
     const QStyleOptionMenuItem option = menuItem(line, text);
-    const QStringList columns = text.split(QLatin1Char('\t'));
-    int width = 0;
-    for (const QString& column : columns) {
-        width += line.fontMetrics().size(Qt::TextShowMnemonic, column).width() + 16;
-    }
-    const QSize content(width, line.fontMetrics().height());
+    const QFontMetrics metrics = line.fontMetrics();
+    const int title = metrics.size(Qt::TextShowMnemonic, text.section(QLatin1Char('\t'), 0, 0)).width();
+    const QSize content(title + option.reservedShortcutWidth + 2 * metrics.averageCharWidth(),
+                        metrics.height());
     return line.style()->sizeFromContents(QStyle::CT_MenuItem, &option, content, &line);
 }
 
@@ -73,6 +74,7 @@ public:
         setTextFormat(Qt::PlainText);
         setText(qtText(information.title));
         setFocusPolicy(Qt::StrongFocus);
+        setMouseTracking(true);
     }
 
     QSize sizeHint() const override { return menuItemSize(*this, text_); }
@@ -82,13 +84,14 @@ protected:
     void paintEvent(QPaintEvent*) override {
         QPainter painter(this);
         QStyleOptionMenuItem option = menuItem(*this, text_);
-        option.state.setFlag(QStyle::State_Selected, hasFocus());
         const QColor quiet = color(ColorRole::tertiaryLabel, palette());
         for (const QPalette::ColorRole role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText}) {
             option.palette.setColor(role, quiet);
         }
         style()->drawControl(QStyle::CE_MenuItem, &option, &painter, this);
     }
+
+    void mouseMoveEvent(QMouseEvent*) override { setFocus(Qt::MouseFocusReason); }
 
     // As buttons do.
     void keyPressEvent(QKeyEvent* event) override {
@@ -107,7 +110,7 @@ class MenuLine : public QPushButton {
 public:
     MenuLine(const QString& title, const QString& keys, CheckMark checkMark) : QPushButton(title) {
         setAutoDefault(false);
-        setAttribute(Qt::WA_Hover);
+        setMouseTracking(true);
         setCheckable(checkMark == CheckMark::on);
         setChecked(checkMark == CheckMark::on);
         if (!keys.isEmpty()) {
@@ -137,9 +140,18 @@ protected:
         style()->drawControl(QStyle::CE_MenuItem, &option, &painter, this);
     }
 
+    // One line is chosen at a time, as in a menu, by the pointer or by the keys: by a pointer that moves, not
+    // by one that rests where the window appears.
+    void mouseMoveEvent(QMouseEvent* event) override {
+        setFocus(Qt::MouseFocusReason);
+        QPushButton::mouseMoveEvent(event);
+    }
+
     void keyPressEvent(QKeyEvent* event) override {
-        if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter ||
-            (event->key() == Qt::Key_Right && menu())) {
+        const bool chooses = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
+        if (menu() && (chooses || event->key() == Qt::Key_Right)) {
+            showMenu();
+        } else if (chooses) {
             click();
         } else {
             QPushButton::keyPressEvent(event);

@@ -49,9 +49,9 @@ Buttons addButtons(QMessageBox& box, const Alert& alert) {
 // The sign of danger, in the lower right quarter of the icon.
 void paintWarning(QPainter& painter, double side) {
     painter.setRenderHint(QPainter::Antialiasing);
-    const QPointF top(side * 0.74, side * 0.52);
-    const QPointF left(side * 0.5, side * 0.96);
-    const QPointF right(side * 0.98, side * 0.96);
+    const QPointF top(side * 0.72, side * 0.5);
+    const QPointF left(side * 0.49, side * 0.92);
+    const QPointF right(side * 0.95, side * 0.92);
     QPainterPath triangle(top);
     triangle.lineTo(right);
     triangle.lineTo(left);
@@ -65,8 +65,8 @@ void paintWarning(QPainter& painter, double side) {
     painter.strokePath(triangle, pen(amber, 0.055));
     painter.fillPath(triangle, amber);
     painter.setPen(pen(ink, 0.055));
-    painter.drawLine(QPointF(side * 0.74, side * 0.66), QPointF(side * 0.74, side * 0.8));
-    painter.drawPoint(QPointF(side * 0.74, side * 0.9));
+    painter.drawLine(QPointF(side * 0.72, side * 0.63), QPointF(side * 0.72, side * 0.76));
+    painter.drawPoint(QPointF(side * 0.72, side * 0.86));
 }
 
 // An alert shows whose it is: the user may not have been at this program at all.
