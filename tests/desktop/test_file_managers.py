@@ -21,7 +21,7 @@ from gi.repository import Atspi  # noqa: E402
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.path.insert(0, str(ROOT / "tools"))
 
-from desktop import Screen, press_keys, save_picture  # noqa: E402
+from desktop import Screen, press_keys, run_xdotool, save_picture  # noqa: E402
 from road import Helper, Outbox, end, session_folder, wait_for  # noqa: E402
 
 BUILD = pathlib.Path(os.environ["CADORA_BUILD"])
@@ -141,6 +141,8 @@ class FileManagersTest(unittest.TestCase):
         self.assertEqual(sorted(item["sourceFilename"] for item in self.outbox.items()), TAKES)
         wait_for(lambda: self.outbox.states() == ["deferredAuth"] * len(TAKES), "the takes to wait for a sign-in")
         self.assertEqual(requests.members(), ["sendToCadora"])
+        # What the helper does with them leaves the keyboard where it was.
+        self.assertIn(self.folder.name, run_xdotool("getactivewindow", "getwindowname"))
 
     def test_three_takes_are_sent_from_thunar_in_one_request(self):
         self.send_from("thunar")
