@@ -8,6 +8,7 @@ import json
 import os
 import pathlib
 import shutil
+import signal
 import socket
 import subprocess
 import sys
@@ -20,10 +21,12 @@ from desktop import (  # noqa: E402
     OlderTray,
     Panel,
     Screen,
+    WATCHER,
     StatusItem,
     click,
     contrast,
     current_name,
+    has_owner,
     press_keys,
     rectangle,
     save_picture,
@@ -409,6 +412,20 @@ class WindowsTest(unittest.TestCase):
         self.assertEqual(self.helper.send([]), "No file to send to Cadora.")
         self.wait_for_welcome()
         self.assertEqual(self.screen.windows(), ["Cadora Helper"])
+
+    def test_a_list_of_items_that_no_panel_shows_is_no_panel(self):
+        watcher = subprocess.Popen([ROOT / "tests/desktop/watcher_without_panel"], stdin=subprocess.DEVNULL)
+        self.addCleanup(end, watcher)
+        wait_for(lambda: has_owner(WATCHER), "the list of items")
+        sign_in()
+        self.start()
+        self.open_again()
+        self.screen.wait_for_name("Quit Cadora Helper")
+        self.assertIsNone(StatusItem.find(self.pid))
+        watcher.send_signal(signal.SIGUSR1)
+        self.assertEqual(StatusItem.wait(self.pid).lines()[0], "Signed in: Cadora (disabled)")
+        end(watcher)
+        wait_for(lambda: not has_owner(WATCHER), "the end of the list of items")
 
     # The welcome window.
 
