@@ -62,7 +62,7 @@ public:
         auto* const window = dynamic_cast<QtWindow*>(anchor.get());
         sheet_ = new SignInSheet(window != nullptr ? &window->widget() : nullptr,
                                  guarded([this] { owner_->cancelOver(*this); }));
-        sheet_->showStep("Opening your browser…");
+        sheet_->showStep("Preparing the sign-in…");
         unlockKeyring();
         return true;
     }
