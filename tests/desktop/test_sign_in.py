@@ -38,6 +38,7 @@ WAITING = "The sign-in page opens in your browser. Go on there: this window clos
 FAILED = "Sign-in didn't complete. Please try again."
 PLANTED = "planted-token"
 SECRETS = "org.freedesktop.secrets"
+KEYRING_PROMPT = "Unlock Login Keyring"
 LOGIN_KEYRING = "/org/freedesktop/secrets/collection/login"
 TIMEOUT = 60  # seconds
 
@@ -279,8 +280,23 @@ class SignInTest(unittest.TestCase):
         self.end_by("Continue with an account", f"Signed in as {EMAIL} ✓")
         self.assertEqual(stored("cadoraToken"), TOKEN)
 
+    def test_a_sign_in_that_is_cancelled_leaves_the_keyrings_question_and_the_next_goes_on_with_its_answer(self):
+        self.addCleanup(self.unlock)
+        self.call_keyring("Lock", "(ao)", ([LOGIN_KEYRING],))
+        self.start()
+        self.screen.press(BUTTON)
+        self.wait_for_prompt()
+        self.screen.press("Cancel")
+        self.screen.wait_for_name(FAILED)
+        self.screen.press(BUTTON)
+        self.screen.wait_for_name("Preparing the sign-in…")
+        run_xdotool("type", os.environ["CADORA_KEYRING_PASSWORD"])
+        press_keys("Return")
+        self.screen.wait_for_name(WAITING)
+        self.assertNotEqual(active_window(), KEYRING_PROMPT)
+
     def wait_for_prompt(self):
-        wait_for(lambda: active_window() == "Unlock Login Keyring", "the keyring's question", TIMEOUT)
+        wait_for(lambda: active_window() == KEYRING_PROMPT, "the keyring's question", TIMEOUT)
 
 
 if __name__ == "__main__":

@@ -18,7 +18,7 @@ public:
     virtual ~KeyringUnlock() = default;
 
     // `parentWindow` is the number of the window that asks, as text; it may be empty. A question that is open
-    // when this is called off is withdrawn.
+    // when this is called off may stay open; its answer reaches the keyring alone.
     virtual CancelAction unlock(const std::string& parentWindow, Handler handler) = 0;
 };
 

@@ -32,13 +32,6 @@ SecretServiceQuestion::SecretServiceQuestion(QDBusConnection bus, std::string pa
                                              KeyringUnlock::Handler handler)
     : bus_(std::move(bus)), parentWindow_(std::move(parentWindow)), handler_(std::move(handler)) {}
 
-SecretServiceQuestion::~SecretServiceQuestion() {
-    if (!prompt_.isEmpty()) {
-        bus_.send(
-            QDBusMessage::createMethodCall(serviceName, prompt_, promptInterface, QStringLiteral("Dismiss")));
-    }
-}
-
 void SecretServiceQuestion::ask() {
     QDBusMessage message = serviceCall("ReadAlias");
     message << QStringLiteral("default");
@@ -71,17 +64,15 @@ void SecretServiceQuestion::show(const QDBusObjectPath& prompt) {
         end({});
         return;
     }
-    prompt_ = prompt.path();
-    bus_.connect(serviceName, prompt_, promptInterface, QStringLiteral("Completed"), this,
+    bus_.connect(serviceName, prompt.path(), promptInterface, QStringLiteral("Completed"), this,
                  SLOT(completed(bool, QDBusVariant)));
     QDBusMessage message =
-        QDBusMessage::createMethodCall(serviceName, prompt_, promptInterface, QStringLiteral("Prompt"));
+        QDBusMessage::createMethodCall(serviceName, prompt.path(), promptInterface, QStringLiteral("Prompt"));
     message << QString::fromStdString(parentWindow_);
     call(message, [](const QDBusMessage&) {});
 }
 
 void SecretServiceQuestion::completed(bool dismissed, const QDBusVariant&) {
-    prompt_.clear();
     end(dismissed ? "it stayed locked" : "");
 }
 
@@ -91,7 +82,6 @@ void SecretServiceQuestion::call(const QDBusMessage& message,
     connect(watcher, &QDBusPendingCallWatcher::finished, this, [this, watcher, proceed] {
         watcher->deleteLater();
         if (watcher->isError()) {
-            prompt_.clear();
             end(watcher->error().message().toStdString());
         } else {
             proceed(watcher->reply());
@@ -109,6 +99,7 @@ void SecretServiceQuestion::end(const std::string& problem) {
 CancelAction SecretServiceUnlock::unlock(const std::string& parentWindow, Handler handler) {
     const QPointer question(new SecretServiceQuestion(bus_, parentWindow, std::move(handler)));
     question->ask();
+    // The prompt is left to the user: a keyring daemon that is told to dismiss it may crash.
     return [question] { delete question.data(); };
 }
 

@@ -23,8 +23,6 @@ class SecretServiceQuestion : public QObject {
 
 public:
     SecretServiceQuestion(QDBusConnection bus, std::string parentWindow, KeyringUnlock::Handler handler);
-    // A question that is open is withdrawn.
-    ~SecretServiceQuestion() override;
 
     void ask();
 
@@ -41,7 +39,6 @@ private:
     QDBusConnection bus_;
     std::string parentWindow_;
     KeyringUnlock::Handler handler_;
-    QString prompt_;
 };
 
 class SecretServiceUnlock : public KeyringUnlock {

@@ -345,7 +345,7 @@ TEST_CASE("a keyring that stays locked is told before the browser opens, and ask
     CHECK(fixture.browser.opened == std::vector<std::string>{page});
 }
 
-TEST_CASE("cancelling withdraws the keyring's question, and its late answer changes nothing") {
+TEST_CASE("cancelling calls the keyring's question off, and its late answer changes nothing") {
     Fixture fixture;
     fixture.keyring.answers = false;
     const auto visit = fixture.begin();
