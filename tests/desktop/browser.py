@@ -58,8 +58,8 @@ class Browser:
             "export ACCESSIBILITY_ENABLED=1\n"
             f"exec chromium --user-data-dir='{self.profile}' --password-store=basic --no-first-run"
             " --no-default-browser-check --disable-background-networking --disable-sync --disable-component-update"
-            " --disable-default-apps --disable-gpu --force-renderer-accessibility"
-            f"{' --no-sandbox' if os.geteuid() == 0 else ''} \"$@\" >>'{self.log}' 2>&1\n"
+            " --disable-default-apps --disable-gpu --window-position=20,60 --window-size=740,660 --force-renderer-accessibility"
+            f"{' --no-sandbox --test-type' if os.geteuid() == 0 else ''} \"$@\" >>'{self.log}' 2>&1\n"
         )
         launcher.chmod(0o755)
         install_entry(
@@ -94,14 +94,16 @@ class Browser:
         except OSError:
             return False
 
-    def press(self, name):
-        """Presses a button of the page, once it is there."""
+    def wait_for(self, name):
+        """The button of the page, once it is there."""
         try:
-            button = wait_for(lambda: self._find(name), f"“{name}” in the browser", TIMEOUT)
+            return wait_for(lambda: self._find(name), f"“{name}” in the browser", TIMEOUT)
         except Failure as failure:
             said = self.log.read_text(errors="replace")[-2000:] if self.log.exists() else "no browser started"
             raise Failure(f"{failure}\n{said}") from None
-        button.do_action(0)
+
+    def press(self, name):
+        self.wait_for(name).do_action(0)
 
     def _find(self, name):
         desktop = Atspi.get_desktop(0)

@@ -229,7 +229,7 @@ class SignInTest(unittest.TestCase):
         set_default(SCHEME, "other.desktop")
         opened = len(self.browser.opened())
         self.start()
-        before = run_xdotool("getactivewindow")
+        wait_for(lambda: active_window() == "Cadora Helper", "the window to have the keyboard")
         self.screen.press(BUTTON)
         said = (
             "Another program, “Other Program”, receives Cadora’s sign-in links on this desktop. The sign-in would end "
@@ -237,7 +237,7 @@ class SignInTest(unittest.TestCase):
         )
         self.screen.wait_for_name(said)
         save_picture("sign-in-other-program")
-        self.assertEqual(run_xdotool("getactivewindow"), before)
+        self.assertEqual(active_window(), "Cadora Helper")
         self.assertEqual(len(self.browser.opened()), opened)
         self.screen.press("Use Cadora Helper")
         self.end_by("Continue with an account", f"Signed in as {EMAIL} ✓")
