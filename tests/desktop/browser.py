@@ -44,10 +44,12 @@ class Browser:
     site to open the helper's links."""
 
     def __init__(self, site, folder):
-        self.profile = folder / "profile"
-        (self.profile / "Default").mkdir(parents=True)
+        self.folder = folder
+        self.closed = 0
+        profile = folder / "profile"
+        (profile / "Default").mkdir(parents=True)
         allowed = {"protocol_handler": {"allowed_origin_protocol_pairs": {site: {"cadora": True}}}}
-        (self.profile / "Default/Preferences").write_text(json.dumps(allowed))
+        (profile / "Default/Preferences").write_text(json.dumps(allowed))
         self.log = folder / "browser.log"
         self.starts = folder / "starts"
         launcher = folder / "browser"
@@ -56,9 +58,10 @@ class Browser:
             f"echo \"$$ $*\" >>'{self.starts}'\n"
             # Chromium looks here for whether anybody reads the screen.
             "export ACCESSIBILITY_ENABLED=1\n"
-            f"exec chromium --user-data-dir='{self.profile}' --password-store=basic --no-first-run"
+            f"exec chromium --user-data-dir='{profile}' --password-store=basic --no-first-run"
             " --no-default-browser-check --disable-background-networking --disable-sync --disable-component-update"
-            " --disable-default-apps --disable-gpu --window-position=20,60 --window-size=740,660 --force-renderer-accessibility"
+            " --disable-default-apps --disable-gpu"
+            " --window-position=20,60 --window-size=740,660 --force-renderer-accessibility"
             f"{' --no-sandbox --test-type' if os.geteuid() == 0 else ''} \"$@\" >>'{self.log}' 2>&1\n"
         )
         launcher.chmod(0o755)
@@ -82,22 +85,31 @@ class Browser:
     def close(self):
         """Ends it. It opens a link once without a click of the mouse in between, so that the next visit needs a new
         one where only a script presses buttons."""
-        for process, _ in self._starts():
+        starts = self._starts()
+        for process, _ in starts[self.closed :]:
             if self._runs(process):
                 os.kill(process, signal.SIGTERM)
                 wait_for(lambda: not self._runs(process), "the browser's end", TIMEOUT)
+        self.closed = len(starts)
 
     def _runs(self, process):
         try:
             # Ended, it has no arguments any more, and another program of that number has others.
-            return os.fsencode(self.profile) in pathlib.Path(f"/proc/{process}/cmdline").read_bytes()
+            return os.fsencode(self.folder) in pathlib.Path(f"/proc/{process}/cmdline").read_bytes()
         except OSError:
             return False
 
     def wait_for(self, name):
         """The button of the page, once it is there."""
+
+        def find():
+            starts = self._starts()[self.closed :]
+            if starts and not any(self._runs(process) for process, _ in starts):
+                raise Failure("the browser ended")
+            return self._find(name)
+
         try:
-            return wait_for(lambda: self._find(name), f"“{name}” in the browser", TIMEOUT)
+            return wait_for(find, f"“{name}” in the browser", TIMEOUT)
         except Failure as failure:
             said = self.log.read_text(errors="replace")[-2000:] if self.log.exists() else "no browser started"
             raise Failure(f"{failure}\n{said}") from None
