@@ -93,9 +93,14 @@ class Browser:
         self.closed = len(starts)
 
     def _runs(self, process):
+        folder = pathlib.Path(f"/proc/{process}")
         try:
-            # Ended, it has no arguments any more, and another program of that number has others.
-            return os.fsencode(self.folder) in pathlib.Path(f"/proc/{process}/cmdline").read_bytes()
+            arguments = (folder / "cmdline").read_bytes()
+            if not arguments:
+                # One that has ended has none any more, but neither has, for a moment, a script that becomes a program.
+                return "State:\tZ" not in (folder / "status").read_text()
+            # Another program of that number has others.
+            return os.fsencode(self.folder) in arguments
         except OSError:
             return False
 
