@@ -4,6 +4,13 @@
 
 namespace cadora::test {
 
+TEST_CASE("a path can be written down when it is absolute text without control characters") {
+    CHECK(canBeWrittenDown("/opt/a b/ü"));
+    CHECK_FALSE(canBeWrittenDown("opt/a"));
+    CHECK_FALSE(canBeWrittenDown("/opt/\xff"));
+    CHECK_FALSE(canBeWrittenDown("/opt/a\nb"));
+}
+
 TEST_CASE("a word of a shell's command keeps every character") {
     CHECK(shellWord("") == "''");
     CHECK(shellWord("a b$`\\\"") == "'a b$`\\\"'");

@@ -2,6 +2,7 @@
 
 #include "base/UTF8.h"
 
+#include <algorithm>
 #include <cstdint>
 
 namespace cadora {
@@ -20,6 +21,13 @@ std::string escaped(std::string_view text, std::string_view special) {
 }
 
 } // namespace
+
+bool canBeWrittenDown(const std::filesystem::path& path) {
+    const std::string& text = path.native();
+    return path.is_absolute() && isValidUTF8(text) && std::none_of(text.begin(), text.end(), [](char c) {
+               return static_cast<unsigned char>(c) < 0x20;
+           });
+}
 
 std::string shellWord(std::string_view text) {
     std::string word = "'";

@@ -1,10 +1,14 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 #include <string_view>
 
 // How a text is written within the files by which a desktop learns of programs.
 namespace cadora {
+
+// Whether such files can name the path at all: it is absolute, UTF-8, and holds no control character.
+bool canBeWrittenDown(const std::filesystem::path& path);
 
 // One word of a POSIX shell's command.
 std::string shellWord(std::string_view text);

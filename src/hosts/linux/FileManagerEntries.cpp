@@ -1,7 +1,6 @@
 #include "hosts/linux/FileManagerEntries.h"
 
 #include "base/Error.h"
-#include "base/UTF8.h"
 #include "hosts/linux/DesktopQuoting.h"
 #include "hosts/linux/ThunarActions.h"
 #include "hosts/linux/UserFile.h"
@@ -170,13 +169,6 @@ std::string nautilusExtensionFor(const std::string& sender) {
            "icon=\"cadora-helper\")\n"
            "        item.connect(\"activate\", lambda _: subprocess.Popen([SENDER, *uris]))\n"
            "        return [item]\n";
-}
-
-bool canBeWrittenDown(const fs::path& path) {
-    const std::string& text = path.native();
-    return path.is_absolute() && isValidUTF8(text) && std::none_of(text.begin(), text.end(), [](char c) {
-               return static_cast<unsigned char>(c) < 0x20;
-           });
 }
 
 ThunarActions parsed(std::string list) {

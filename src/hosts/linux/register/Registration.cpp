@@ -23,13 +23,6 @@ namespace fs = std::filesystem;
 constexpr const char* name = "com.norvelant.cadora.mac";
 constexpr const char* desktopEntry = "com.norvelant.cadora.mac.desktop";
 
-bool canBeWrittenDown(const fs::path& path) {
-    const std::string& text = path.native();
-    return path.is_absolute() && isValidUTF8(text) && std::none_of(text.begin(), text.end(), [](char c) {
-               return static_cast<unsigned char>(c) < 0x20;
-           });
-}
-
 std::string replaced(std::string text, std::string_view what, const std::string& with) {
     for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + with.size())) {
         text.replace(at, what.size(), with);
