@@ -1,5 +1,6 @@
 #include "hosts/linux/FileManagerEntries.h"
 
+#include "app/ServicesActivation.h"
 #include "base/Error.h"
 #include "hosts/linux/DesktopQuoting.h"
 #include "hosts/linux/ThunarActions.h"
@@ -20,9 +21,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* statusDomain = "pbs";
-constexpr const char* statusKey = "NSServicesStatus";
-constexpr const char* entryKey = "com.norvelant.cadora.mac - Send to Cadora - sendToCadora";
 constexpr const char* recordKey = "FileManagerEntries";
 
 // The types of WAV, AIFF, MP3, M4A, AAC, CAF, AU and FLAC, by each name that a version of the shared database
@@ -215,7 +213,7 @@ FileManagerEntries::FileManagerEntries(XDGFolders folders, fs::path sender, User
     : folders_(std::move(folders)), sender_(std::move(sender)), defaults_(defaults), systemLog_(systemLog) {}
 
 void FileManagerEntries::refresh() {
-    if (defaults_.suite(statusDomain) == nullptr) {
+    if (defaults_.suite(ServicesActivation::suiteName) == nullptr) {
         return;
     }
     const Switch state = readSwitch();
@@ -253,12 +251,12 @@ void FileManagerEntries::refresh() {
 }
 
 FileManagerEntries::Switch FileManagerEntries::readSwitch() {
-    const auto status = defaults_.suite(statusDomain)->object(statusKey);
+    const auto status = defaults_.suite(ServicesActivation::suiteName)->object(ServicesActivation::statusKey);
     const auto* entries = status ? std::get_if<PropertyDictionary>(&*status) : nullptr;
-    if (entries == nullptr || !entries->contains(entryKey)) {
+    if (entries == nullptr || !entries->contains(ServicesActivation::entryKey)) {
         return Switch::absent;
     }
-    const auto* entry = find<PropertyDictionary>(*entries, entryKey);
+    const auto* entry = find<PropertyDictionary>(*entries, ServicesActivation::entryKey);
     // There is one menu here, so that either of its names switches it off.
     for (const char* const menu : {"enabled_context_menu", "enabled_services_menu"}) {
         const auto* number = entry ? find<std::int64_t>(*entry, menu) : nullptr;
