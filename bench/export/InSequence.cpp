@@ -1,5 +1,5 @@
-#include "hosts/linux/export/Answer.h"
-#include "hosts/linux/export/Export.h"
+#include "hosts/linux/media/worker/Answer.h"
+#include "hosts/linux/media/worker/Export.h"
 
 extern "C" {
 #include <libavutil/log.h>

@@ -2,7 +2,7 @@
 // greatest amount of memory that it held, in KiB.
 #include "base/Error.h"
 #include "base/MainActor.h"
-#include "hosts/linux/CurlURLSession.h"
+#include "hosts/linux/network/CurlURLSession.h"
 
 #include <condition_variable>
 #include <cstdio>

@@ -167,7 +167,7 @@ class RegisterTest(FreshHome):
 
     def test_the_desktop_finds_every_promised_type(self):
         self.register()
-        source = (ROOT / "src/hosts/linux/FileManagerEntries.cpp").read_text()
+        source = (ROOT / "src/hosts/linux/file-managers/FileManagerEntries.cpp").read_text()
         types = "".join(re.findall(r'"(.*?)"', re.search(r"audioTypes = (.*?);\n", source, re.DOTALL)[1]))
         entry = (self.data / "applications" / ENTRY).read_text()
         self.assertIn(f"MimeType={types}x-scheme-handler/cadora;\n", entry)

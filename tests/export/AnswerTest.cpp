@@ -1,4 +1,4 @@
-#include "hosts/linux/export/Answer.h"
+#include "hosts/linux/media/worker/Answer.h"
 
 #include <doctest/doctest.h>
 

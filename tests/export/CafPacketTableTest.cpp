@@ -1,4 +1,4 @@
-#include "hosts/linux/export/CafPacketTable.h"
+#include "hosts/linux/media/worker/CafPacketTable.h"
 
 #include "export/Tools.h"
 #include "fakes/TemporaryDirectory.h"

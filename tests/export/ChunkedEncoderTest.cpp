@@ -1,4 +1,4 @@
-#include "hosts/linux/export/ChunkedEncoder.h"
+#include "hosts/linux/media/worker/ChunkedEncoder.h"
 
 #include "export/Sound.h"
 #include "export/Tools.h"

@@ -1,4 +1,4 @@
-#include "hosts/linux/export/EncodedChunk.h"
+#include "hosts/linux/media/worker/EncodedChunk.h"
 
 #include <doctest/doctest.h>
 

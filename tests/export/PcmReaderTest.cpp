@@ -1,9 +1,9 @@
-#include "hosts/linux/export/PcmReader.h"
+#include "hosts/linux/media/worker/PcmReader.h"
 
 #include "export/Sound.h"
 #include "export/Tools.h"
 #include "fakes/TemporaryDirectory.h"
-#include "hosts/linux/export/ExportError.h"
+#include "hosts/linux/media/worker/ExportError.h"
 
 #include <doctest/doctest.h>
 

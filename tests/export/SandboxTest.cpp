@@ -1,4 +1,4 @@
-#include "hosts/linux/export/Sandbox.h"
+#include "hosts/linux/media/worker/Sandbox.h"
 
 #include "fakes/TemporaryDirectory.h"
 

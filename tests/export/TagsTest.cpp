@@ -1,4 +1,4 @@
-#include "hosts/linux/export/Tags.h"
+#include "hosts/linux/media/worker/Tags.h"
 
 #include <doctest/doctest.h>
 

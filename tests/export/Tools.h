@@ -1,6 +1,6 @@
 #pragma once
 
-#include "hosts/linux/export/OpenFile.h"
+#include "hosts/linux/media/worker/OpenFile.h"
 
 #include <filesystem>
 #include <optional>

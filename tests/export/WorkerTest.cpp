@@ -1,7 +1,7 @@
 #include "export/Sound.h"
 #include "export/Tools.h"
 #include "fakes/TemporaryDirectory.h"
-#include "hosts/linux/export/Lifeline.h"
+#include "hosts/linux/media/worker/Lifeline.h"
 
 #include <doctest/doctest.h>
 

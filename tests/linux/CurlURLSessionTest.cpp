@@ -1,4 +1,4 @@
-#include "hosts/linux/CurlURLSession.h"
+#include "hosts/linux/network/CurlURLSession.h"
 
 #include "fakes/TemporaryDirectory.h"
 #include "linux/ScriptedServer.h"

@@ -1,6 +1,6 @@
 #include "contract/URLSessionUnderTest.h"
 
-#include "hosts/linux/CurlURLSession.h"
+#include "hosts/linux/network/CurlURLSession.h"
 
 namespace cadora::test {
 

@@ -1,4 +1,4 @@
-#include "hosts/linux/DBusApplication.h"
+#include "hosts/linux/bus/DBusApplication.h"
 
 #include "base/Error.h"
 #include "fakes/Recorders.h"

@@ -1,6 +1,6 @@
-#include "hosts/linux/DBusUserNotificationCenter.h"
+#include "hosts/linux/bus/DBusUserNotificationCenter.h"
 
-#include "hosts/linux/QtMainActor.h"
+#include "hosts/linux/system/QtMainActor.h"
 #include "linux/EventLoop.h"
 #include "linux/NotificationServer.h"
 #include "linux/PrivateBus.h"

@@ -1,4 +1,4 @@
-#include "hosts/linux/DesktopBrowser.h"
+#include "hosts/linux/sign-in/DesktopBrowser.h"
 
 #include "fakes/TemporaryDirectory.h"
 #include "linux/EventLoop.h"

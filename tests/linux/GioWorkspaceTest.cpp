@@ -1,7 +1,7 @@
-#include "hosts/linux/GioWorkspace.h"
+#include "hosts/linux/files/GioWorkspace.h"
 
 #include "base/URL.h"
-#include "hosts/linux/ThreadBackgroundExecutor.h"
+#include "hosts/linux/system/ThreadBackgroundExecutor.h"
 #include "linux/EventLoop.h"
 
 #include <doctest/doctest.h>

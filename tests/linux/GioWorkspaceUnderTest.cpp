@@ -1,8 +1,8 @@
 #include "contract/WorkspaceUnderTest.h"
 
 #include "fakes/WaitingMainActor.h"
-#include "hosts/linux/GioWorkspace.h"
-#include "hosts/linux/ThreadBackgroundExecutor.h"
+#include "hosts/linux/files/GioWorkspace.h"
+#include "hosts/linux/system/ThreadBackgroundExecutor.h"
 
 #include <cstdlib>
 #include <stdexcept>

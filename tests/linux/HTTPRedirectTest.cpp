@@ -1,7 +1,7 @@
-#include "hosts/linux/HTTPRedirect.h"
+#include "hosts/linux/network/HTTPRedirect.h"
 
 #include "base/Error.h"
-#include "hosts/linux/HTTPOrigin.h"
+#include "hosts/linux/network/HTTPOrigin.h"
 
 #include <doctest/doctest.h>
 

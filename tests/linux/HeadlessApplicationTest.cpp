@@ -1,4 +1,4 @@
-#include "hosts/linux/HeadlessApplication.h"
+#include "hosts/linux/desktop/HeadlessApplication.h"
 
 #include "fakes/FakeUserDefaults.h"
 #include "fakes/Recorders.h"

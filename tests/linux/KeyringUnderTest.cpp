@@ -1,6 +1,6 @@
 #include "contract/KeychainUnderTest.h"
 
-#include "hosts/linux/LibsecretKeychain.h"
+#include "hosts/linux/keyring/LibsecretKeychain.h"
 #include "linux/Keyring.h"
 
 #include <chrono>

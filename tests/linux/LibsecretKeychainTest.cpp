@@ -1,4 +1,4 @@
-#include "hosts/linux/LibsecretKeychain.h"
+#include "hosts/linux/keyring/LibsecretKeychain.h"
 
 #include "linux/Keyring.h"
 #include "linux/SilentService.h"

@@ -1,4 +1,4 @@
-#include "hosts/linux/LibsecretKeychain.h"
+#include "hosts/linux/keyring/LibsecretKeychain.h"
 
 #include <doctest/doctest.h>
 

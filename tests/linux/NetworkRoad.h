@@ -12,8 +12,8 @@
 #include "fakes/Recorders.h"
 #include "fakes/TemporaryDirectory.h"
 #include "fakes/WaitingMainActor.h"
-#include "hosts/linux/CurlURLSession.h"
-#include "hosts/linux/PosixFileManager.h"
+#include "hosts/linux/files/PosixFileManager.h"
+#include "hosts/linux/network/CurlURLSession.h"
 #include "platform/Platform.h"
 #include "service/ServiceProcess.h"
 

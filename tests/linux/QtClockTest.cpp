@@ -1,4 +1,4 @@
-#include "hosts/linux/QtClock.h"
+#include "hosts/linux/system/QtClock.h"
 
 #include "linux/EventLoop.h"
 

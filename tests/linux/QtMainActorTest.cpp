@@ -1,4 +1,4 @@
-#include "hosts/linux/QtMainActor.h"
+#include "hosts/linux/system/QtMainActor.h"
 
 #include "linux/EventLoop.h"
 

@@ -1,6 +1,6 @@
 #include "contract/MainActorUnderTest.h"
 
-#include "hosts/linux/QtMainActor.h"
+#include "hosts/linux/system/QtMainActor.h"
 #include "linux/EventLoop.h"
 
 namespace cadora::test {

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "hosts/linux/FileDescriptor.h"
+#include "hosts/linux/system/FileDescriptor.h"
 
 #include <cstddef>
 #include <functional>

@@ -1,4 +1,4 @@
-#include "hosts/linux/SecretServiceUnlock.h"
+#include "hosts/linux/keyring/SecretServiceUnlock.h"
 
 #include "linux/Keyring.h"
 #include "linux/SilentService.h"

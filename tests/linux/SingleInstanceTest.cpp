@@ -1,7 +1,7 @@
-#include "hosts/linux/SingleInstance.h"
+#include "hosts/linux/bus/SingleInstance.h"
 
 #include "fakes/Recorders.h"
-#include "hosts/linux/DBusApplication.h"
+#include "hosts/linux/bus/DBusApplication.h"
 #include "linux/EventLoop.h"
 #include "linux/PrivateBus.h"
 #include "linux/SilentService.h"

@@ -2,7 +2,7 @@
 
 #include "base/Error.h"
 #include "fakes/WaitingMainActor.h"
-#include "hosts/linux/CurlURLSession.h"
+#include "hosts/linux/network/CurlURLSession.h"
 #include "linux/ScriptedServer.h"
 
 #include <doctest/doctest.h>

@@ -1,4 +1,4 @@
-#include "hosts/linux/DesktopQuoting.h"
+#include "hosts/linux/files/DesktopQuoting.h"
 
 #include <doctest/doctest.h>
 

@@ -1,7 +1,7 @@
 // Starts an export with the given worker, source and output, and waits for its end, or its own.
 
 #include "fakes/WaitingMainActor.h"
-#include "hosts/linux/FfmpegMediaFramework.h"
+#include "hosts/linux/media/FfmpegMediaFramework.h"
 
 namespace {
 

@@ -1,6 +1,6 @@
 // The media framework with the worker that is installed, from a sound file to a recording.
 
-#include "hosts/linux/FfmpegMediaFramework.h"
+#include "hosts/linux/media/FfmpegMediaFramework.h"
 
 #include "fakes/Recorders.h"
 #include "fakes/TemporaryDirectory.h"

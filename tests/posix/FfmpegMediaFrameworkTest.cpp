@@ -1,4 +1,4 @@
-#include "hosts/linux/FfmpegMediaFramework.h"
+#include "hosts/linux/media/FfmpegMediaFramework.h"
 
 #include "fakes/TemporaryDirectory.h"
 #include "fakes/WaitingMainActor.h"

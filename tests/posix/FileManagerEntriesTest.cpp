@@ -1,4 +1,4 @@
-#include "hosts/linux/FileManagerEntries.h"
+#include "hosts/linux/file-managers/FileManagerEntries.h"
 
 #include "fakes/FakeUserDefaults.h"
 #include "fakes/Recorders.h"

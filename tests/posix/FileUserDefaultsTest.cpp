@@ -1,7 +1,7 @@
-#include "hosts/linux/FileUserDefaults.h"
+#include "hosts/linux/files/FileUserDefaults.h"
 
 #include "fakes/TemporaryDirectory.h"
-#include "hosts/linux/PosixFileManager.h"
+#include "hosts/linux/files/PosixFileManager.h"
 
 #include <doctest/doctest.h>
 

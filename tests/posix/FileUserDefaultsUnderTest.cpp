@@ -1,8 +1,8 @@
 #include "contract/UserDefaultsUnderTest.h"
 
 #include "fakes/TemporaryDirectory.h"
-#include "hosts/linux/FileUserDefaults.h"
-#include "hosts/linux/PosixFileManager.h"
+#include "hosts/linux/files/FileUserDefaults.h"
+#include "hosts/linux/files/PosixFileManager.h"
 
 namespace cadora::test {
 

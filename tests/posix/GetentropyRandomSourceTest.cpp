@@ -1,4 +1,4 @@
-#include "hosts/linux/GetentropyRandomSource.h"
+#include "hosts/linux/system/GetentropyRandomSource.h"
 
 #include <doctest/doctest.h>
 

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "hosts/linux/PosixFileManager.h"
+#include "hosts/linux/files/PosixFileManager.h"
 
 namespace cadora::test {
 

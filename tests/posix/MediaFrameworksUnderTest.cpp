@@ -5,7 +5,7 @@
 #include "fakes/Recorders.h"
 #include "fakes/TemporaryDirectory.h"
 #include "fakes/WaitingMainActor.h"
-#include "hosts/linux/FfmpegMediaFramework.h"
+#include "hosts/linux/media/FfmpegMediaFramework.h"
 #include "posix/WaveFile.h"
 
 namespace cadora::test {

@@ -1,4 +1,4 @@
-#include "hosts/linux/PosixFileManager.h"
+#include "hosts/linux/files/PosixFileManager.h"
 
 #include "base/Error.h"
 #include "contract/FileManagerUnderTest.h"

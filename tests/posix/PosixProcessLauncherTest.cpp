@@ -1,4 +1,4 @@
-#include "hosts/linux/PosixProcessLauncher.h"
+#include "hosts/linux/system/PosixProcessLauncher.h"
 
 #include "fakes/TemporaryDirectory.h"
 

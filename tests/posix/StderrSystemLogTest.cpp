@@ -1,4 +1,4 @@
-#include "hosts/linux/StderrSystemLog.h"
+#include "hosts/linux/system/StderrSystemLog.h"
 
 #include "fakes/TemporaryDirectory.h"
 

@@ -1,4 +1,4 @@
-#include "hosts/linux/ThreadBackgroundExecutor.h"
+#include "hosts/linux/system/ThreadBackgroundExecutor.h"
 
 #include <doctest/doctest.h>
 

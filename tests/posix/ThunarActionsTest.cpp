@@ -1,4 +1,4 @@
-#include "hosts/linux/ThunarActions.h"
+#include "hosts/linux/file-managers/ThunarActions.h"
 
 #include <doctest/doctest.h>
 

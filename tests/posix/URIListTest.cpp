@@ -1,4 +1,4 @@
-#include "hosts/linux/URIList.h"
+#include "hosts/linux/files/URIList.h"
 
 #include <doctest/doctest.h>
 

@@ -1,11 +1,11 @@
-#include "hosts/linux/BrowserWebAuthentication.h"
+#include "hosts/linux/sign-in/BrowserWebAuthentication.h"
 
 #include "base/Error.h"
 #include "fakes/InlineBackgroundExecutor.h"
 #include "fakes/Recorders.h"
-#include "hosts/linux/QtMainActor.h"
-#include "hosts/linux/QtWindow.h"
-#include "hosts/linux/SignInSheet.h"
+#include "hosts/linux/desktop/QtWindow.h"
+#include "hosts/linux/sign-in/SignInSheet.h"
+#include "hosts/linux/system/QtMainActor.h"
 #include "linux/PrivateBus.h"
 #include "linux/qt/Widgets.h"
 

@@ -1,4 +1,4 @@
-#include "hosts/linux/MenuWindow.h"
+#include "hosts/linux/desktop/MenuWindow.h"
 
 #include "linux/qt/Widgets.h"
 

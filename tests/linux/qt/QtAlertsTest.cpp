@@ -1,6 +1,6 @@
-#include "hosts/linux/QtAlerts.h"
+#include "hosts/linux/desktop/QtAlerts.h"
 
-#include "hosts/linux/QtMainActor.h"
+#include "hosts/linux/system/QtMainActor.h"
 #include "linux/qt/Widgets.h"
 
 #include <QMessageBox>

@@ -1,4 +1,4 @@
-#include "hosts/linux/QtMenu.h"
+#include "hosts/linux/desktop/QtMenu.h"
 
 #include "linux/qt/Widgets.h"
 

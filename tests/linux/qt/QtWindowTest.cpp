@@ -1,7 +1,7 @@
-#include "hosts/linux/QtWindow.h"
+#include "hosts/linux/desktop/QtWindow.h"
 
-#include "hosts/linux/QtColors.h"
-#include "hosts/linux/QtContentView.h"
+#include "hosts/linux/desktop/QtColors.h"
+#include "hosts/linux/desktop/QtContentView.h"
 #include "linux/qt/Widgets.h"
 
 #include <QAccessible>

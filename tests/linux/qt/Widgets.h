@@ -1,6 +1,6 @@
 #pragma once
 
-#include "hosts/linux/Icons.h"
+#include "hosts/linux/desktop/Icons.h"
 #include "linux/EventLoop.h"
 #include "platform/View.h"
 

@@ -1,6 +1,6 @@
 #include "hosts/linux/register/DesktopMemory.h"
 
-#include "hosts/linux/SessionBus.h"
+#include "hosts/linux/bus/SessionBus.h"
 
 #include <gio/gio.h>
 

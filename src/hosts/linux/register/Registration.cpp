@@ -2,9 +2,9 @@
 
 #include "base/Error.h"
 #include "base/UTF8.h"
-#include "hosts/linux/DesktopQuoting.h"
-#include "hosts/linux/PosixFileManager.h"
-#include "hosts/linux/UserFile.h"
+#include "hosts/linux/files/DesktopQuoting.h"
+#include "hosts/linux/files/PosixFileManager.h"
+#include "hosts/linux/files/UserFile.h"
 #include "hosts/linux/register/DefaultApplications.h"
 
 #include <algorithm>

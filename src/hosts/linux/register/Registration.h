@@ -1,6 +1,6 @@
 #pragma once
 
-#include "hosts/linux/XDGFolders.h"
+#include "hosts/linux/files/XDGFolders.h"
 #include "platform/ProcessLauncher.h"
 
 #include <filesystem>

@@ -4,10 +4,10 @@
 //   cadora-register -u FOLDER   takes that back and removes the program's settings
 
 #include "base/Error.h"
-#include "hosts/linux/PosixProcessLauncher.h"
-#include "hosts/linux/SessionBus.h"
+#include "hosts/linux/bus/SessionBus.h"
 #include "hosts/linux/register/DesktopMemory.h"
 #include "hosts/linux/register/Registration.h"
+#include "hosts/linux/system/PosixProcessLauncher.h"
 
 #include <gio/gio.h>
 

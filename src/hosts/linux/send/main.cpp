@@ -4,9 +4,9 @@
 // and with 69 when it can't be reached; what went wrong is on the standard error and, where a display is, in
 // a dialog.
 
-#include "hosts/linux/DBusNames.h"
-#include "hosts/linux/SessionBus.h"
-#include "hosts/linux/URIList.h"
+#include "hosts/linux/bus/DBusNames.h"
+#include "hosts/linux/bus/SessionBus.h"
+#include "hosts/linux/files/URIList.h"
 
 #include <algorithm>
 #include <array>

@@ -1,0 +1,94 @@
+#pragma once
+
+#include "hosts/linux/bus/DBusNames.h"
+
+#include <QDBusAbstractAdaptor>
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QObject>
+#include <QStringList>
+#include <QVariantList>
+#include <QVariantMap>
+
+#include <functional>
+#include <utility>
+
+namespace cadora::dbus {
+
+// The program's object on the bus, and the end of the bus itself.
+class BusObject : public QObject {
+    Q_OBJECT
+
+public:
+    explicit BusObject(QDBusConnection& bus);
+
+    std::function<void()> onBusLost;
+
+private Q_SLOTS:
+    void busLost();
+};
+
+// What the file managers' "Send to Cadora" entries call.
+class ServicesAdaptor : public QDBusAbstractAdaptor {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "com.norvelant.cadora.mac.Services")
+    Q_CLASSINFO("D-Bus Introspection", "<interface name=\"com.norvelant.cadora.mac.Services\">\n"
+                                       "  <method name=\"sendToCadora\">\n"
+                                       "    <arg name=\"uris\" type=\"as\" direction=\"in\"/>\n"
+                                       "    <arg name=\"userData\" type=\"s\" direction=\"in\"/>\n"
+                                       "    <arg name=\"error\" type=\"s\" direction=\"out\"/>\n"
+                                       "  </method>\n"
+                                       "</interface>\n")
+
+public:
+    using Send = std::function<QString(const QStringList& uris, const QString& userData)>;
+
+    ServicesAdaptor(QObject& object, Send send) : QDBusAbstractAdaptor(&object), send_(std::move(send)) {}
+
+public Q_SLOTS:
+    QString sendToCadora(const QStringList& uris, const QString& userData) { return send_(uris, userData); }
+
+private:
+    Send send_;
+};
+
+// The desktop's own way to open a program.
+class ApplicationAdaptor : public QDBusAbstractAdaptor {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "org.freedesktop.Application")
+    Q_CLASSINFO("D-Bus Introspection", "<interface name=\"org.freedesktop.Application\">\n"
+                                       "  <method name=\"Activate\">\n"
+                                       "    <arg name=\"platform_data\" type=\"a{sv}\" direction=\"in\"/>\n"
+                                       "  </method>\n"
+                                       "  <method name=\"Open\">\n"
+                                       "    <arg name=\"uris\" type=\"as\" direction=\"in\"/>\n"
+                                       "    <arg name=\"platform_data\" type=\"a{sv}\" direction=\"in\"/>\n"
+                                       "  </method>\n"
+                                       "  <method name=\"ActivateAction\">\n"
+                                       "    <arg name=\"action_name\" type=\"s\" direction=\"in\"/>\n"
+                                       "    <arg name=\"parameter\" type=\"av\" direction=\"in\"/>\n"
+                                       "    <arg name=\"platform_data\" type=\"a{sv}\" direction=\"in\"/>\n"
+                                       "  </method>\n"
+                                       "</interface>\n")
+
+public:
+    // Returns the error text, empty when there is none.
+    using OpenURIs = std::function<QString(const QStringList& uris)>;
+
+    ApplicationAdaptor(QObject& object, QDBusConnection bus, std::function<void()> activate, OpenURIs open);
+
+public Q_SLOTS:
+    void Activate(const QVariantMap& platformData);
+    void Open(const QStringList& uris, const QVariantMap& platformData, const QDBusMessage& message);
+    void ActivateAction(const QString& name, const QVariantList& parameter, const QVariantMap& platformData,
+                        const QDBusMessage& message);
+
+private:
+    void refuse(const QDBusMessage& message, const QString& reason);
+
+    QDBusConnection bus_;
+    std::function<void()> activate_;
+    OpenURIs open_;
+};
+
+} // namespace cadora::dbus

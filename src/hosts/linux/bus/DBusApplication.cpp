@@ -1,0 +1,109 @@
+#include "hosts/linux/bus/DBusApplication.h"
+
+#include "base/Error.h"
+#include "hosts/linux/files/URIList.h"
+
+#include <QDBusConnectionInterface>
+#include <QDBusReply>
+
+#include <utility>
+
+namespace cadora {
+
+namespace {
+
+std::vector<std::string> texts(const QStringList& list) {
+    std::vector<std::string> result;
+    for (const QString& text : list) {
+        result.push_back(text.toStdString());
+    }
+    return result;
+}
+
+} // namespace
+
+DBusApplication::DBusApplication(QDBusConnection bus, SystemLog& systemLog)
+    : bus_(std::move(bus)), systemLog_(systemLog), object_(bus_) {
+    // The adaptors belong to the object, which deletes them.
+    new dbus::ServicesAdaptor(object_, [this](const QStringList& uris, const QString& userData) {
+        return QString::fromStdString(send(texts(uris), userData.toStdString()));
+    });
+    new dbus::ApplicationAdaptor(
+        object_, bus_,
+        [this] {
+            if (reopenHandler_) {
+                reopenHandler_();
+            }
+        },
+        [this](const QStringList& uris) { return QString::fromStdString(open(texts(uris))); });
+    bus_.registerObject(QString::fromLatin1(dbus::objectPath), &object_, QDBusConnection::ExportAdaptors);
+}
+
+DBusApplication::~DBusApplication() {
+    bus_.unregisterObject(QString::fromLatin1(dbus::objectPath));
+}
+
+DBusApplication::Claim DBusApplication::claimName() {
+    const auto failed = [](const QDBusError& error) {
+        return PlatformError("DBus", error.type(),
+                             "The session bus did not give the name " + std::string(dbus::busName) + ": " +
+                                 error.message().toStdString());
+    };
+    if (!bus_.isConnected()) {
+        throw failed(bus_.lastError());
+    }
+    const QDBusReply<QDBusConnectionInterface::RegisterServiceReply> reply =
+        bus_.interface()->registerService(QString::fromLatin1(dbus::busName));
+    if (!reply.isValid()) {
+        throw failed(reply.error());
+    }
+    return reply.value() == QDBusConnectionInterface::ServiceRegistered ? Claim::first : Claim::anotherRuns;
+}
+
+void DBusApplication::setServicesProvider(ServicesProvider& provider) {
+    provider_ = &provider;
+}
+
+void DBusApplication::setReopenHandler(std::function<void()> handler) {
+    reopenHandler_ = std::move(handler);
+}
+
+void DBusApplication::setURLHandler(std::function<URLReception(const URL&)> handler) {
+    urlHandler_ = std::move(handler);
+}
+
+void DBusApplication::setBusLostHandler(std::function<void()> handler) {
+    object_.onBusLost = std::move(handler);
+}
+
+std::string DBusApplication::open(const std::vector<std::string>& urisAndPaths) {
+    std::vector<std::string> toSend;
+    for (const std::string& text : urisAndPaths) {
+        if (isOwnURL(text)) {
+            openOwnURL(text);
+        } else {
+            toSend.push_back(text);
+        }
+    }
+    return toSend.empty() && !urisAndPaths.empty() ? std::string() : send(toSend, {});
+}
+
+std::string DBusApplication::send(const std::vector<std::string>& urisAndPaths, const std::string& userData) {
+    std::string error;
+    if (provider_ == nullptr) {
+        return "Cadora Helper is still starting.";
+    }
+    provider_->sendToCadora(URIListPasteboard(urisAndPaths), userData, error);
+    return error;
+}
+
+void DBusApplication::openOwnURL(const std::string& text) {
+    const auto url = URL::parse(text);
+    if (!url || !urlHandler_ || urlHandler_(*url) == URLReception::notAwaited) {
+        // Its query may hold a token.
+        systemLog_.log("[Cadora Helper] dropped a URL that nobody waits for: " +
+                       (url ? url->origin() : "it is not well-formed"));
+    }
+}
+
+} // namespace cadora

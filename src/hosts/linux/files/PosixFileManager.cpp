@@ -1,0 +1,361 @@
+#include "hosts/linux/files/PosixFileManager.h"
+
+#include "hosts/linux/system/PosixError.h"
+#include "hosts/linux/system/PosixFile.h"
+
+#include <fcntl.h>
+#include <linux/fs.h>
+#include <pwd.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <climits>
+#include <cstdlib>
+#include <memory>
+
+namespace cadora {
+
+namespace {
+
+namespace fs = std::filesystem;
+using posix::retrying;
+
+constexpr const char* notCopied = "couldn’t be copied";
+constexpr const char* notCreated = "couldn’t be created";
+constexpr const char* notRead = "couldn’t be read";
+constexpr const char* notRemoved = "couldn’t be removed";
+constexpr const char* notWritten = "couldn’t be written";
+
+constexpr std::size_t bufferSize = 1U << 20U;
+
+[[noreturn]] void fail(int code, const fs::path& path, const char* whatFailed) {
+    throw posixError(code, path, whatFailed);
+}
+
+void require(int code, const fs::path& path, const char* whatFailed) {
+    if (code != 0) {
+        fail(code, path, whatFailed);
+    }
+}
+
+// The system would silently take what stands before a NUL byte for the whole name.
+void requireWholePath(const fs::path& path, const char* whatFailed) {
+    if (path.native().find('\0') != std::string::npos) {
+        fail(EINVAL, path, whatFailed);
+    }
+}
+
+bool isSame(const struct stat& a, const struct stat& b) {
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+std::optional<fs::path> homeDirectory() {
+    if (const char* const home = std::getenv("HOME"); home != nullptr && fs::path(home).is_absolute()) {
+        return home;
+    }
+    std::vector<char> buffer(1024);
+    passwd entry{};
+    passwd* found = nullptr;
+    int code = 0;
+    while ((code = ::getpwuid_r(::getuid(), &entry, buffer.data(), buffer.size(), &found)) == ERANGE) {
+        buffer.resize(buffer.size() * 2);
+    }
+    if (code != 0 || found == nullptr || !fs::path(found->pw_dir).is_absolute()) {
+        return std::nullopt;
+    }
+    return found->pw_dir;
+}
+
+std::optional<fs::path> userDataDirectory() {
+    if (const char* const data = std::getenv("XDG_DATA_HOME");
+        data != nullptr && fs::path(data).is_absolute()) {
+        return data;
+    }
+    const auto home = homeDirectory();
+    return home ? std::optional(*home / ".local" / "share") : std::nullopt;
+}
+
+// A file or folder opened for copying, and what it was then.
+struct Source {
+    FileDescriptor descriptor;
+    struct stat status{};
+};
+
+// Looks before it opens, since opening a device can set it off, and again afterwards, since the name may mean
+// something else by then; a FIFO that slips in between does not block.
+Source openSource(int folder, const fs::path& name, const fs::path& shown, int follow) {
+    Source source;
+    const auto requireCopyable = [&] {
+        if (!S_ISREG(source.status.st_mode) && !S_ISDIR(source.status.st_mode)) {
+            throw posixError(ENOTSUP, shown, notCopied, "it is neither a file nor a folder");
+        }
+    };
+    if (::fstatat(folder, name.c_str(), &source.status, follow) != 0) {
+        fail(errno, shown, notCopied);
+    }
+    requireCopyable();
+    const int flags =
+        O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY | (follow == AT_SYMLINK_NOFOLLOW ? O_NOFOLLOW : 0);
+    source.descriptor = FileDescriptor(retrying([&] { return ::openat(folder, name.c_str(), flags); }));
+    if (!source.descriptor || ::fstat(source.descriptor.get(), &source.status) != 0) {
+        fail(errno, shown, notCopied);
+    }
+    requireCopyable();
+    return source;
+}
+
+// Copies from where both files stand to the end of `from`; 0 or an errno value. The kernel's own way first:
+// it shares the blocks where the file system can. Wherever that stops, reading and writing carries on, and
+// meets whatever was the matter itself.
+int copyBytes(int from, int to) {
+    constexpr std::size_t most = INT_MAX / 2;
+    while (retrying([&] { return ::copy_file_range(from, nullptr, to, nullptr, most, 0); }) > 0) {
+    }
+    const auto buffer = std::make_unique_for_overwrite<char[]>(bufferSize);
+    while (true) {
+        const ssize_t count = retrying([&] { return ::read(from, buffer.get(), bufferSize); });
+        if (count <= 0) {
+            return count == 0 ? 0 : errno;
+        }
+        if (const int code = posix::writeAll(to, buffer.get(), static_cast<std::size_t>(count)); code != 0) {
+            return code;
+        }
+    }
+}
+
+// Fills the new, empty file `to` and brings it to the disk.
+void fillFile(const Source& source, int to, const fs::path& shown) {
+    const int from = source.descriptor.get();
+    if (::ioctl(to, FICLONE, from) != 0) {
+        require(copyBytes(from, to), shown, notCopied);
+    }
+    struct stat copied{};
+    if (::fstat(to, &copied) != 0) {
+        fail(errno, shown, notCopied);
+    }
+    if (copied.st_size < source.status.st_size) {
+        throw posixError(EBUSY, shown, notCopied, "it changed while it was being copied");
+    }
+    require(posix::syncFile(to), shown, notCopied);
+}
+
+[[noreturn]] void failToCreate(int code, const fs::path& name, const fs::path& shown) {
+    if (code == EEXIST) {
+        throw posixError(code, shown, notCopied, "“" + displayName(name) + "” exists already");
+    }
+    fail(code, shown, notCopied);
+}
+
+void copyTree(const Source& source, int folder, const fs::path& name, const fs::path& shown);
+
+void copyEntry(int from, const fs::path& entry, int to) {
+    struct stat status{};
+    if (::fstatat(from, entry.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+        fail(errno, entry, notCopied);
+    }
+    if (!S_ISLNK(status.st_mode)) {
+        copyTree(openSource(from, entry, entry, AT_SYMLINK_NOFOLLOW), to, entry, entry);
+        return;
+    }
+    std::string target(PATH_MAX, '\0');
+    const ssize_t length = ::readlinkat(from, entry.c_str(), target.data(), target.size());
+    if (length < 0) {
+        fail(errno, entry, notCopied);
+    }
+    target.resize(static_cast<std::size_t>(length));
+    if (::symlinkat(target.c_str(), to, entry.c_str()) != 0) {
+        fail(errno, entry, notCopied);
+    }
+}
+
+void copyFolder(const Source& source, int folder, const fs::path& name, const fs::path& shown) {
+    const FileDescriptor copy = posix::openFolder(folder, name, O_NOFOLLOW);
+    std::vector<fs::path> entries;
+    if (!copy || !posix::readNames(source.descriptor.get(), entries)) {
+        fail(errno, shown, notCopied);
+    }
+    for (const fs::path& entry : entries) {
+        copyEntry(source.descriptor.get(), entry, copy.get());
+    }
+    require(posix::syncFolder(copy.get()), shown, notCopied);
+}
+
+// Copies to `name` in `folder`, which is not synced; what was begun there is removed when it fails. Messages
+// call the source `shown`.
+void copyTree(const Source& source, int folder, const fs::path& name, const fs::path& shown) {
+    const bool isFolder = S_ISDIR(source.status.st_mode);
+    FileDescriptor file;
+    if (isFolder) {
+        if (::mkdirat(folder, name.c_str(), 0700) != 0) {
+            failToCreate(errno, name, shown);
+        }
+    } else {
+        constexpr int flags = O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC;
+        file = FileDescriptor(retrying([&] { return ::openat(folder, name.c_str(), flags, 0600); }));
+        if (!file) {
+            failToCreate(errno, name, shown);
+        }
+    }
+    try {
+        if (isFolder) {
+            copyFolder(source, folder, name, shown);
+        } else {
+            fillFile(source, file.get(), shown);
+        }
+    } catch (...) {
+        posix::removeTree(folder, name);
+        throw;
+    }
+}
+
+// Whether `folder` is `ancestor` or lies somewhere below it.
+bool isWithin(int folder, const struct stat& ancestor) {
+    struct stat status{};
+    FileDescriptor current = posix::openFolder(folder, ".");
+    while (current && ::fstat(current.get(), &status) == 0) {
+        if (isSame(status, ancestor)) {
+            return true;
+        }
+        struct stat above{};
+        FileDescriptor parent = posix::openFolder(current.get(), "..");
+        if (!parent || ::fstat(parent.get(), &above) != 0 || isSame(above, status)) {
+            return false;
+        }
+        current = std::move(parent);
+    }
+    return false;
+}
+
+} // namespace
+
+PosixFileManager::PosixFileManager() : PosixFileManager(userDataDirectory()) {}
+
+PosixFileManager::PosixFileManager(std::optional<fs::path> applicationSupportDirectory)
+    : applicationSupportDirectory_(std::move(applicationSupportDirectory)) {}
+
+std::optional<fs::path> PosixFileManager::applicationSupportDirectory() {
+    return applicationSupportDirectory_;
+}
+
+bool PosixFileManager::fileExists(const fs::path& path) {
+    struct stat status{};
+    return path.native().find('\0') == std::string::npos && ::stat(path.c_str(), &status) == 0;
+}
+
+void PosixFileManager::createDirectory(const fs::path& path) {
+    requireWholePath(path, notCreated);
+    const auto [folder, name] = posix::placeOf(path);
+    int code = ::mkdir(path.c_str(), 0700) == 0 ? 0 : errno;
+    if (code == ENOENT && !name.empty()) {
+        createDirectory(folder);
+        code = ::mkdir(path.c_str(), 0700) == 0 ? 0 : errno;
+    }
+    if (code == EEXIST) {
+        struct stat status{};
+        if (::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode)) {
+            return;
+        }
+    }
+    require(code, path, notCreated);
+    const FileDescriptor parent = posix::openFolder(AT_FDCWD, folder);
+    require(parent ? posix::syncFolder(parent.get()) : errno, path, notCreated);
+}
+
+std::vector<fs::path> PosixFileManager::contentsOfDirectory(const fs::path& path) {
+    requireWholePath(path, notRead);
+    const FileDescriptor folder = posix::openFolder(AT_FDCWD, path);
+    std::vector<fs::path> names;
+    if (!folder || !posix::readNames(folder.get(), names)) {
+        fail(errno, path, notRead);
+    }
+    return names;
+}
+
+void PosixFileManager::copyItem(const fs::path& from, const fs::path& to) {
+    requireWholePath(from, notCopied);
+    requireWholePath(to, notCopied);
+    const Source source = openSource(AT_FDCWD, from, from, 0);
+    const auto [folderPath, name] = posix::placeOf(to);
+    const FileDescriptor folder = posix::openFolder(AT_FDCWD, folderPath);
+    if (!folder) {
+        throw posixError(errno, folderPath, "couldn’t be opened");
+    }
+    if (S_ISDIR(source.status.st_mode) && isWithin(folder.get(), source.status)) {
+        throw posixError(EINVAL, from, notCopied, "a folder can’t be copied into itself");
+    }
+    copyTree(source, folder.get(), name, from);
+    if (const int code = posix::syncFolder(folder.get()); code != 0) {
+        posix::removeTree(folder.get(), name);
+        fail(code, from, notCopied);
+    }
+}
+
+void PosixFileManager::removeItem(const fs::path& path) {
+    requireWholePath(path, notRemoved);
+    const auto [folderPath, name] = posix::placeOf(path);
+    const FileDescriptor folder = posix::openFolder(AT_FDCWD, folderPath);
+    if (!folder) {
+        fail(errno, path, notRemoved);
+    }
+    const posix::RemovalFailure failure = posix::removeTree(folder.get(), name);
+    require(failure.code, failure.name, notRemoved);
+}
+
+std::string PosixFileManager::contents(const fs::path& path) {
+    requireWholePath(path, notRead);
+    const FileDescriptor file(
+        retrying([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
+    struct stat status{};
+    if (!file || ::fstat(file.get(), &status) != 0) {
+        fail(errno, path, notRead);
+    }
+    if (!S_ISREG(status.st_mode)) {
+        throw posixError(S_ISDIR(status.st_mode) ? EISDIR : ENOTSUP, path, notRead, "it is not a file");
+    }
+    std::string bytes;
+    std::size_t used = 0;
+    while (true) {
+        // One byte more than the file holds, so that the usual last read finds the end.
+        bytes.resize(std::max(used + 4096, static_cast<std::size_t>(status.st_size) + 1));
+        const ssize_t count =
+            retrying([&] { return ::read(file.get(), bytes.data() + used, bytes.size() - used); });
+        if (count < 0) {
+            fail(errno, path, notRead);
+        }
+        used += static_cast<std::size_t>(count);
+        if (count == 0) {
+            bytes.resize(used);
+            return bytes;
+        }
+    }
+}
+
+void PosixFileManager::writeAtomically(const fs::path& path, std::string_view bytes) {
+    requireWholePath(path, notWritten);
+    const auto [folderPath, name] = posix::placeOf(path);
+    const FileDescriptor folder = posix::openFolder(AT_FDCWD, folderPath);
+    if (!folder) {
+        fail(errno, path, notWritten);
+    }
+    if (isFirstWrite(path)) {
+        posix::TemporaryFile::removeAbandoned(folder.get(), name);
+    }
+    const auto file = posix::TemporaryFile::create(folder.get(), name);
+    if (!file) {
+        fail(errno, path, notWritten);
+    }
+    require(posix::writeAll(file->get(), bytes.data(), bytes.size()), path, notWritten);
+    require(file->sync(), path, notWritten);
+    require(file->moveIntoPlace(), path, notWritten);
+    require(posix::syncFolder(folder.get()), path, notWritten);
+}
+
+// Looking for what a crash left means reading the folder, which may hold thousands of items: once is enough,
+// since nothing of this process is ever left.
+bool PosixFileManager::isFirstWrite(const fs::path& path) {
+    const std::lock_guard guard(mutex_);
+    return written_.insert(path).second;
+}
+
+} // namespace cadora

@@ -1,0 +1,46 @@
+#pragma once
+
+#include "hosts/linux/media/worker/EncodedChunk.h"
+#include "hosts/linux/media/worker/PcmReader.h"
+
+#include <cstdint>
+#include <functional>
+#include <span>
+
+namespace cadora {
+
+// How one sound is spread over several encoders. The packets depend on the frame counts alone, never on
+// the number of threads.
+struct EncodingPlan {
+    int chunkFrames = 1300;         // what one encoder contributes: about half a minute
+    int prerollFrames = 48;         // what it hears before that, until its rate control has settled
+    int shortestPreroll = 32;       // a seam may move earlier, as long as this much was heard
+    int threads = 1;                // encoders at work at once
+    std::int64_t memory = 64 << 20; // bytes of samples held at once; caps the threads
+
+    // A plan for as many threads as this process may use at once. Ask before the sandbox closes.
+    static EncodingPlan forThisMachine();
+};
+
+// What encoders give their packets to, in order.
+using PacketSink = std::function<void(std::span<const std::uint8_t> packet)>;
+
+// Encodes a sound with one encoder, on the calling thread. Returns the sound's length in samples.
+std::int64_t encodeInSequence(PcmReader& reader, const PacketSink& sink);
+
+// Encodes a sound with several encoders at once, each fresh for its chunk, and joins their packets where
+// the decoder can't tell: at a frame for whose predecessor both neighbours chose the same long window.
+// Where a chunk offers no such frame, its predecessor's encoder encodes it too. Throws ExportError.
+class ChunkedEncoder {
+public:
+    ChunkedEncoder(PcmReader& reader, const EncodingPlan& plan);
+
+    // The sink is called on the calling thread. Returns the sound's length in samples. To be called once.
+    std::int64_t run(const PacketSink& sink);
+
+private:
+    PcmReader& reader_;
+    EncodingPlan plan_;
+};
+
+} // namespace cadora

@@ -1,0 +1,320 @@
+#include "hosts/linux/network/CurlTransfer.h"
+
+#include "base/ASCII.h"
+
+#include <algorithm>
+#include <cstdio>
+#include <new>
+#include <string_view>
+#include <utility>
+
+namespace cadora {
+
+namespace {
+
+constexpr int maximumRedirects = 20;
+constexpr long uploadBufferSize = 2L * 1024 * 1024;
+// A server that knows nothing of "Expect: 100-continue" costs this wait once per upload; one that does saves
+// the whole upload when it refuses.
+constexpr long expectContinueMilliseconds = 250;
+// How many times per interval progress is looked for, which is how exact a time-out is.
+constexpr int looksPerInterval = 10;
+
+bool isToken(std::string_view text) {
+    constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
+    return !text.empty() && std::all_of(text.begin(), text.end(), [&](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
+               marks.find(c) != std::string_view::npos;
+    });
+}
+
+bool isFieldValue(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), [](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return byte == '\t' || (byte >= 0x20 && byte != 0x7F);
+    });
+}
+
+// Fields that describe the connection or the framing of the body. They follow from the request itself; a
+// second opinion about them would only contradict it.
+bool belongsToSession(std::string_view field) {
+    constexpr std::array<std::string_view, 7> fields = {
+        "Host", "Connection", "Content-Length", "Transfer-Encoding", "Expect", "TE", "Upgrade"};
+    return std::any_of(fields.begin(), fields.end(),
+                       [&](std::string_view own) { return equalIgnoringCase(own, field); });
+}
+
+std::string sizeText(std::size_t bytes) {
+    constexpr std::size_t mebibyte = std::size_t{1024} * 1024;
+    return bytes % mebibyte == 0 ? std::to_string(bytes / mebibyte) + " MiB"
+                                 : std::to_string(bytes) + " bytes";
+}
+
+} // namespace
+
+CurlTransfer::CurlTransfer(URLRequest request, std::unique_ptr<UploadFile> file,
+                           const TransferOptions& options)
+    : request_{request.url.text(), {}, std::move(request.httpMethod), std::move(request.headers)},
+      body_(std::move(request.httpBody)), file_(std::move(file)), options_(options),
+      context_{{}, file_ ? file_->name() : "", std::max(request.timeoutInterval, std::chrono::seconds(1))} {
+    const auto origin = HTTPOrigin::of(request_.url);
+    if (!origin) {
+        throw PlatformError(urlSessionErrorDomain, CURLE_UNSUPPORTED_PROTOCOL,
+                            "Couldn’t send the request: unsupported URL");
+    }
+    request_.origin = *origin;
+    context_.origin = *origin;
+    if (!isToken(request_.method)) {
+        throw PlatformError(urlSessionErrorDomain, CURLE_BAD_FUNCTION_ARGUMENT,
+                            "Couldn’t send the request to " + context_.origin.authority() +
+                                ": unusable HTTP method");
+    }
+    for (const auto& [name, value] : request_.headers) {
+        if (!isToken(name) || !isFieldValue(value)) {
+            throw PlatformError(urlSessionErrorDomain, CURLE_BAD_FUNCTION_ARGUMENT,
+                                "Couldn’t send the request to " + context_.origin.authority() +
+                                    ": a header field holds a character that HTTP can’t carry");
+        }
+    }
+}
+
+CurlTransfer::~CurlTransfer() {
+    takeOff();
+}
+
+CurlTransfer& CurlTransfer::from(CURL* easy) {
+    CurlTransfer* transfer = nullptr;
+    curl_easy_getinfo(easy, CURLINFO_PRIVATE, &transfer);
+    return *transfer;
+}
+
+void CurlTransfer::takeOff() {
+    if (easy_) {
+        curl_multi_remove_handle(multi_, easy_.get());
+        easy_.reset();
+    }
+}
+
+template <class Value> void CurlTransfer::set(CURLoption option, Value value) {
+    if (const CURLcode code = curl_easy_setopt(easy_.get(), option, value); code != CURLE_OK) {
+        throw transferError(easy_.get(), code, "", context_);
+    }
+}
+
+void CurlTransfer::begin(CURLM* multi, CurlSockets& sockets) {
+    takeOff();
+    multi_ = multi;
+    sockets_ = &sockets;
+    easy_.reset(curl_easy_init());
+    if (!easy_) {
+        throw std::bad_alloc();
+    }
+    answer_.clear();
+    headerSize_ = 0;
+    withinHeader_ = false;
+    details_.front() = '\0';
+
+    sockets_->watch(easy_.get());
+    set(CURLOPT_PRIVATE, this);
+    set(CURLOPT_ERRORBUFFER, details_.data());
+    set(CURLOPT_URL, request_.url.c_str());
+    // A presigned URL is valid only as it was written.
+    set(CURLOPT_PATH_AS_IS, 1L);
+    set(CURLOPT_PROTOCOLS_STR, "http,https");
+    set(CURLOPT_FOLLOWLOCATION, 0L);
+    // One request at a time goes to one host: HTTP/2 has nothing to gain there, and large uploads have been
+    // slower and less reliable over it.
+    set(CURLOPT_HTTP_VERSION, CURL_HTTP_VERSION_1_1);
+    set(CURLOPT_SSLVERSION, CURL_SSLVERSION_TLSv1_2);
+    set(CURLOPT_USERAGENT, "CadoraHelper");
+    set(CURLOPT_NOSIGNAL, 1L);
+    // A name server that doesn't answer must not hold up a cancellation or the end of the program.
+    set(CURLOPT_QUICK_EXIT, 1L);
+    set(CURLOPT_CONNECTTIMEOUT_MS,
+        static_cast<long>(std::chrono::milliseconds(context_.timeoutInterval).count()));
+    set(CURLOPT_HEADERFUNCTION, &receiveHeader);
+    set(CURLOPT_HEADERDATA, this);
+    set(CURLOPT_WRITEFUNCTION, &receiveBody);
+    set(CURLOPT_WRITEDATA, this);
+    if (context_.origin.isLoopback()) {
+        set(CURLOPT_PROXY, "");
+    }
+    if (!options_.certificateAuthorityFile.empty()) {
+        set(CURLOPT_CAINFO, options_.certificateAuthorityFile.c_str());
+    }
+    setBody();
+    setHeaders();
+
+    lastProgress_ = {};
+    lastProgressAt_ = Clock::now();
+    nextLook_ = lastProgressAt_ + Clock::duration(context_.timeoutInterval) / looksPerInterval;
+    if (curl_multi_add_handle(multi_, easy_.get()) != CURLM_OK) {
+        throw std::bad_alloc();
+    }
+}
+
+void CurlTransfer::setBody() {
+    const bool sendsBody = request_.body == HTTPRequest::Body::sent;
+    if (sendsBody && file_) {
+        file_->seek(0);
+        set(CURLOPT_UPLOAD, 1L);
+        set(CURLOPT_CUSTOMREQUEST, request_.method.c_str());
+        set(CURLOPT_INFILESIZE_LARGE, static_cast<curl_off_t>(file_->size()));
+        set(CURLOPT_READFUNCTION, &readBody);
+        set(CURLOPT_READDATA, this);
+        set(CURLOPT_SEEKFUNCTION, &seekBody);
+        set(CURLOPT_SEEKDATA, this);
+        set(CURLOPT_UPLOAD_BUFFERSIZE, uploadBufferSize);
+        set(CURLOPT_EXPECT_100_TIMEOUT_MS, expectContinueMilliseconds);
+    } else if (request_.method == "HEAD") {
+        set(CURLOPT_NOBODY, 1L);
+    } else if (sendsBody && request_.method != "GET") {
+        set(CURLOPT_POST, 1L);
+        set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_.size()));
+        set(CURLOPT_POSTFIELDS, body_.data());
+        set(CURLOPT_CUSTOMREQUEST, request_.method.c_str());
+    }
+}
+
+void CurlTransfer::setHeaders() {
+    headers_.reset();
+    const auto append = [this](const std::string& line) {
+        curl_slist* longer = curl_slist_append(headers_.get(), line.c_str());
+        if (longer == nullptr) {
+            throw std::bad_alloc();
+        }
+        // The list is the same, but for its first element, which changes from none to one.
+        if (headers_.get() != longer) {
+            headers_.reset(longer);
+        }
+    };
+    for (const auto& [name, value] : request_.headers) {
+        if (!belongsToSession(name)) {
+            std::string line = name;
+            line += value.empty() ? ";" : ": ";
+            line += value;
+            append(line);
+        }
+    }
+    if (!request_.headers.value("Content-Type")) {
+        // libcurl would guess one.
+        append("Content-Type:");
+    }
+    set(CURLOPT_HTTPHEADER, headers_.get());
+}
+
+std::optional<Result<URLSession::Answer>> CurlTransfer::finish(CURLcode code) {
+    if (stopped_) {
+        return failure<URLSession::Answer>(*stopped_);
+    }
+    if (code == CURLE_UNSUPPORTED_PROTOCOL && !withinHeader_) {
+        // What came doesn't begin as HTTP does.
+        return URLSession::Answer{"", URLResponse{std::nullopt}};
+    }
+    if (code != CURLE_OK) {
+        return failure<URLSession::Answer>(transferError(easy_.get(), code, details_.data(), context_));
+    }
+    long status = 0;
+    curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+    const char* location = nullptr;
+    curl_easy_getinfo(easy_.get(), CURLINFO_REDIRECT_URL, &location);
+    if (!isRedirect(status) || location == nullptr) {
+        return URLSession::Answer{std::move(answer_), URLResponse{status}};
+    }
+    if (redirects_ == maximumRedirects) {
+        return failure<URLSession::Answer>(PlatformError(urlSessionErrorDomain, CURLE_TOO_MANY_REDIRECTS,
+                                                         "The request to " + context_.origin.authority() +
+                                                             " failed: too many HTTP redirects"));
+    }
+    ++redirects_;
+    try {
+        request_ = redirected(request_, status, location);
+        context_.origin = request_.origin;
+        begin(multi_, *sockets_);
+    } catch (...) {
+        return std::current_exception();
+    }
+    return std::nullopt;
+}
+
+bool CurlTransfer::stalled(Clock::time_point now) {
+    if (now < nextLook_) {
+        return false;
+    }
+    if (const Progress seen = progress(); seen != lastProgress_) {
+        lastProgress_ = seen;
+        lastProgressAt_ = now;
+    }
+    const Clock::duration interval = context_.timeoutInterval;
+    nextLook_ = std::min(now + interval / looksPerInterval, lastProgressAt_ + interval);
+    if (now < lastProgressAt_ + interval) {
+        return false;
+    }
+    nextLook_ = now + interval / looksPerInterval;
+    return lastProgress_.connected;
+}
+
+CurlTransfer::Progress CurlTransfer::progress() const {
+    Progress result;
+    curl_off_t connectedAfter = 0;
+    curl_easy_getinfo(easy_.get(), CURLINFO_PRETRANSFER_TIME_T, &connectedAfter);
+    result.connected = connectedAfter > 0;
+    curl_easy_getinfo(easy_.get(), CURLINFO_SIZE_UPLOAD_T, &result.bytesSent);
+    result.bytesReceived = headerSize_ + answer_.size();
+    // The kernel takes megabytes at once and may need longer than the interval to get them through a slow
+    // line: what the peer has acknowledged tells.
+    result.bytesAcknowledged = sockets_->bytesAcknowledged(easy_.get());
+    return result;
+}
+
+std::size_t CurlTransfer::readBody(char* buffer, std::size_t size, std::size_t count, void* transfer) {
+    auto& self = *static_cast<CurlTransfer*>(transfer);
+    try {
+        return self.file_->read(buffer, size * count);
+    } catch (const PlatformError& error) {
+        self.stopped_ = error;
+        return CURL_READFUNC_ABORT;
+    }
+}
+
+int CurlTransfer::seekBody(void* transfer, curl_off_t offset, int origin) {
+    if (origin != SEEK_SET) {
+        return CURL_SEEKFUNC_CANTSEEK;
+    }
+    static_cast<CurlTransfer*>(transfer)->file_->seek(offset);
+    return CURL_SEEKFUNC_OK;
+}
+
+bool CurlTransfer::accept(std::size_t total) {
+    if (total <= options_.maximumAnswerSize) {
+        return true;
+    }
+    stopped_.emplace(urlSessionErrorDomain, CURLE_FILESIZE_EXCEEDED,
+                     "The answer of " + context_.origin.authority() + " is larger than " +
+                         sizeText(options_.maximumAnswerSize));
+    return false;
+}
+
+std::size_t CurlTransfer::receiveHeader(char* line, std::size_t size, std::size_t count, void* transfer) {
+    auto& self = *static_cast<CurlTransfer*>(transfer);
+    const std::size_t length = size * count;
+    self.withinHeader_ = line[0] != '\r' && line[0] != '\n';
+    self.headerSize_ += length;
+    return self.accept(self.headerSize_) ? length : CURL_WRITEFUNC_ERROR;
+}
+
+std::size_t CurlTransfer::receiveBody(char* bytes, std::size_t size, std::size_t count, void* transfer) {
+    auto& self = *static_cast<CurlTransfer*>(transfer);
+    const std::size_t length = size * count;
+    if (!self.accept(self.answer_.size() + length)) {
+        return CURL_WRITEFUNC_ERROR;
+    }
+    try {
+        self.answer_.append(bytes, length);
+    } catch (const std::bad_alloc&) {
+        return CURL_WRITEFUNC_ERROR;
+    }
+    return length;
+}
+
+} // namespace cadora
