@@ -1,7 +1,9 @@
 # Settings that every target of the project shares.
 find_program(CCACHE ccache)
 if(CCACHE)
-  set(CMAKE_CXX_COMPILER_LAUNCHER "${CCACHE}")
+  # What one checkout has compiled serves every other: the paths below it don't count.
+  set(CMAKE_CXX_COMPILER_LAUNCHER
+    "${CMAKE_COMMAND}" -E env "CCACHE_BASEDIR=${CMAKE_SOURCE_DIR}" CCACHE_NOHASHDIR=1 "${CCACHE}")
 endif()
 
 add_library(cadora_settings INTERFACE)
