@@ -1,6 +1,6 @@
 // Swallows uploads on a loopback port, printing its URL, until its standard input ends. Given a file, it
 // speaks TLS and writes the certificate to trust there.
-#include "linux/ScriptedServer.h"
+#include "linux/network/ScriptedServer.h"
 
 #include <cstdio>
 #include <cstdlib>

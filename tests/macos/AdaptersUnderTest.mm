@@ -4,6 +4,7 @@
 #include "contract/MediaFrameworkUnderTest.h"
 #include "contract/URLSessionUnderTest.h"
 #include "contract/UserDefaultsUnderTest.h"
+#include "contract/WaveFile.h"
 #include "contract/WorkspaceUnderTest.h"
 #include "fakes/TemporaryDirectory.h"
 #include "fakes/WaitingMainActor.h"
@@ -15,7 +16,6 @@
 #include "hosts/macos/NSUserDefaultsUserDefaults.h"
 #include "hosts/macos/NSWorkspaceWorkspace.h"
 #include "hosts/macos/SecItemKeychain.h"
-#include "posix/WaveFile.h"
 
 #include <doctest/doctest.h>
 
