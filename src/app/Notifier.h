@@ -6,6 +6,9 @@ namespace cadora {
 
 // Tells the user how each upload ended. Keeps nothing and reports nothing: where notifications are refused,
 // they are not shown. Any thread.
+//
+// Ranks beside api/, below the rest of its folder: the queue reports through it, and it needs nothing but the
+// platform. So nothing of app/ may be included here.
 class Notifier {
 public:
     static Notifier& shared();
