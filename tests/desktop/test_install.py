@@ -19,8 +19,32 @@ from road import BUS_NAME, GLib, end, session_folder, wait_for  # noqa: E402
 BUILD = pathlib.Path(os.environ["CADORA_BUILD"])
 TIMEOUT = 120  # seconds
 EXIT_USAGE = 64
+SCHEME = "x-scheme-handler/cadora"
+AUDIO_TYPES = (
+    "audio/x-wav",
+    "audio/wav",
+    "audio/vnd.wave",
+    "audio/x-aiff",
+    "audio/aiff",
+    "audio/x-aifc",
+    "audio/mpeg",
+    "audio/mp4",
+    "audio/x-m4a",
+    "audio/aac",
+    "audio/x-caf",
+    "audio/basic",
+    "audio/flac",
+    "audio/x-flac",
+)
 ENTRY = f"{BUS_NAME}.desktop"
 PROGRAMS = ["cadora-alert", "cadora-export", "cadora-helper", "cadora-register", "cadora-send"]
+
+DEFAULT_OPENER = """\
+import sys
+from gi.repository import Gio
+opener = Gio.AppInfo.get_default_for_type(sys.argv[1], False)
+print(opener.get_id() if opener else "")
+"""
 
 
 def contents(folder):
@@ -64,6 +88,33 @@ class FreshHome(unittest.TestCase):
     def write(self, path, text):
         path.parent.mkdir(parents=True, exist_ok=True)
         path.write_text(text)
+
+
+class Players:
+    """Who opens which type, on a desktop whose system has no other applications than the test's."""
+
+    def __init__(self, test):
+        self.test = test
+        self.system = test.home.parent / "system"
+
+    def install(self, applications):
+        """A player, behind the helper by its name, as the ones for all users are behind the user's own."""
+        entry = "[Desktop Entry]\nType=Application\nName=Player\nExec=true %U\n"
+        self.test.write(applications / "player.desktop", f"{entry}MimeType={';'.join(AUDIO_TYPES)};\n")
+        self.test.succeed("update-desktop-database", applications)
+
+    def of_types(self):
+        return {name: self._opener(name) for name in AUDIO_TYPES}
+
+    def of_scheme(self):
+        return self._opener(SCHEME)
+
+    def _opener(self, name):
+        places = {"XDG_DATA_DIRS": str(self.system), "XDG_CURRENT_DESKTOP": ""}
+        by_gio = self.test.succeed("/usr/bin/python3", "-c", DEFAULT_OPENER, name, **places).strip()
+        by_xdg = self.test.succeed("xdg-mime", "query", "default", name, **places).strip()
+        self.test.assertEqual(by_gio, by_xdg, name)
+        return by_gio
 
 
 class RegisterTest(FreshHome):
@@ -162,15 +213,47 @@ class RegisterTest(FreshHome):
         self.assertEqual(info.get_string("Desktop Entry", "TryExec"), program)
         self.assertEqual(info.get_string("Desktop Entry", "DBusActivatable"), "false")
         # GIO finds the program behind the quoting.
-        said = self.succeed("gio", "mime", "audio/x-caf", XDG_DATA_DIRS="/usr/share")
+        said = self.succeed("gio", "mime", SCHEME, XDG_DATA_DIRS="/usr/share")
         self.assertIn(ENTRY, said)
+
+    def test_a_player_stays_what_opens_every_type(self):
+        players = Players(self)
+        players.install(self.home.parent / "system/applications")
+        before = players.of_types()
+        self.assertEqual(set(before.values()), {"player.desktop"})
+        self.register()
+        self.assertEqual(players.of_types(), before)
+        self.assertEqual(players.of_scheme(), ENTRY)
+
+    def test_no_type_without_a_player_is_opened_by_it(self):
+        self.register()
+        self.assertEqual(set(Players(self).of_types().values()), {""})
+
+    def test_an_upgrade_gives_back_the_types_that_an_earlier_version_claimed(self):
+        players = Players(self)
+        players.install(self.home.parent / "system/applications")
+        template = self.folder / "share/registration" / ENTRY
+        present = template.read_text()
+        claimed = ";".join(AUDIO_TYPES)
+        template.write_text(re.sub(r"(?m)^MimeType=.*$", f"MimeType={claimed};{SCHEME};", present))
+        self.register()
+        # What file managers note once somebody has opened a file with it.
+        self.write(
+            self.config / "mimeapps.list",
+            f"[Default Applications]\n{SCHEME}={ENTRY}\naudio/flac={ENTRY}\n\n"
+            f"[Added Associations]\naudio/x-wav={ENTRY};player.desktop;\n",
+        )
+        self.assertEqual(set(players.of_types().values()), {ENTRY})
+        template.write_text(present)
+        self.register()
+        self.assertEqual(set(players.of_types().values()), {"player.desktop"})
+        self.assertEqual(
+            (self.config / "mimeapps.list").read_text(),
+            f"[Default Applications]\n{SCHEME}={ENTRY}\n\n[Added Associations]\naudio/x-wav=player.desktop;\n",
+        )
 
     def test_the_desktop_finds_every_promised_type(self):
         self.register()
-        source = (ROOT / "src/hosts/linux/file-managers/FileManagerEntries.cpp").read_text()
-        types = "".join(re.findall(r'"(.*?)"', re.search(r"audioTypes = (.*?);\n", source, re.DOTALL)[1]))
-        entry = (self.data / "applications" / ENTRY).read_text()
-        self.assertIn(f"MimeType={types}x-scheme-handler/cadora;\n", entry)
         self.write(self.home / "a.caf", "caff")
         self.write(self.home / "no suffix", "caff\0\1\0\0")
         for name in ("a.caf", "no suffix"):
@@ -363,6 +446,13 @@ class PackageTest(FreshHome):
         self.assertIn("\nExec=/usr/lib/cadora-helper/bin/cadora-helper %U\n", entry.read_text())
         self.assertEqual(self.succeed("desktop-file-validate", entry), "")
         self.succeed("appstreamcli", "validate-tree", "--no-net", tree)
+        # GIO passes over an entry whose program isn't there.
+        entry.write_text(entry.read_text().replace("/usr/lib", str(tree / "usr/lib")))
+        players = Players(self)
+        players.system = tree / "usr/share"
+        players.install(players.system / "applications")
+        self.assertEqual(set(players.of_types().values()), {"player.desktop"})
+        self.assertEqual(players.of_scheme(), ENTRY)
         service = tree / f"usr/share/dbus-1/services/{BUS_NAME}.service"
         self.assertIn("\nExec=/usr/lib/cadora-helper/bin/cadora-helper\n", service.read_text())
         self.assertTrue((tree / "usr/share/icons/hicolor/symbolic/apps/cadora-helper-symbolic.svg").exists())

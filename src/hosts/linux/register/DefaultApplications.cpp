@@ -41,7 +41,7 @@ std::optional<std::string> lineWithout(std::string_view line, std::string_view d
 
 } // namespace
 
-std::string withoutApplication(std::string_view list, std::string_view desktopID) {
+std::string withoutApplication(std::string_view list, std::string_view desktopID, std::string_view keptType) {
     std::string result;
     std::string group; // what was kept of the group so far
     bool isNeeded = true;
@@ -59,8 +59,10 @@ std::string withoutApplication(std::string_view list, std::string_view desktopID
         if (line.starts_with('[')) {
             endGroup();
         }
+        const bool isOfKeptType =
+            !keptType.empty() && trimmed(line.substr(0, line.find('=')), " \t") == keptType;
         if (line.find(desktopID) == std::string_view::npos || line.starts_with('[') ||
-            line.starts_with('#')) {
+            line.starts_with('#') || isOfKeptType) {
             group += line;
         } else if (const auto kept = lineWithout(line, desktopID)) {
             group += *kept;

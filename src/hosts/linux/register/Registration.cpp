@@ -22,6 +22,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* name = "com.norvelant.cadora.mac";
 constexpr const char* desktopEntry = "com.norvelant.cadora.mac.desktop";
+constexpr const char* ownScheme = "x-scheme-handler/cadora";
 
 std::string replaced(std::string text, std::string_view what, const std::string& with) {
     for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + with.size())) {
@@ -89,6 +90,7 @@ void Registration::add() {
         throw;
     }
     writeRecord(record);
+    removeAssociations(ownScheme);
 }
 
 void Registration::writeEntries(const std::map<fs::path, std::string>& wanted, Record& record) {
@@ -125,7 +127,7 @@ void Registration::remove() {
         refreshCaches(record);
         removeUnneededCaches(record);
     }
-    removeAssociations();
+    removeAssociations({});
     removeStartsAtLogin();
     attempt([&] {
         const fs::path settings = folders_.configHome / name;
@@ -256,7 +258,7 @@ void Registration::removeUnneededCaches(Record& record) {
     }
 }
 
-void Registration::removeAssociations() {
+void Registration::removeAssociations(std::string_view keptType) {
     const fs::path applications = folders_.dataHome / "applications";
     for (const fs::path& folder : {folders_.configHome, applications}) {
         std::error_code error;
@@ -267,7 +269,7 @@ void Registration::removeAssociations() {
             }
             attempt([&] {
                 const std::string list = user_file::read(item->path()).value_or("");
-                const std::string kept = withoutApplication(list, desktopEntry);
+                const std::string kept = withoutApplication(list, desktopEntry, keptType);
                 std::set<fs::path> none;
                 if (kept.empty() && !list.empty()) {
                     user_file::remove(item->path());

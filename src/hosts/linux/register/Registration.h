@@ -8,12 +8,13 @@
 #include <map>
 #include <set>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace cadora {
 
 // What makes a program that is installed in a folder of the user's known to the user's desktop: its desktop
-// entry with the file types and the URL scheme, its D-Bus service, icons, description and MIME types. What
+// entry with the URL scheme, its D-Bus service, icons, description and MIME types. What
 // was written, and which folders and caches came into being by it, is recorded in the folder, so that taking
 // it back leaves the rest as it was, byte for byte.
 class Registration {
@@ -23,7 +24,8 @@ public:
     Registration(XDGFolders folders, std::filesystem::path folder, ProcessLauncher& launcher,
                  std::function<void(const std::string&)> report);
 
-    // Writes the entries, or brings those of an earlier version up to date. Throws PlatformError.
+    // Writes the entries, or brings those of an earlier version up to date. Gives back the files' types that
+    // an earlier version claimed, also where the desktop noted that. Throws PlatformError.
     void add();
 
     // Whether the entries that the user has are those of an installation in another folder.
@@ -46,7 +48,7 @@ private:
     void runNoting(Record& record, const char* tool, const std::vector<std::string>& arguments,
                    const std::filesystem::path& within);
     void removeUnneededCaches(Record& record);
-    void removeAssociations();
+    void removeAssociations(std::string_view keptType);
     void removeStartsAtLogin();
     void attempt(const std::function<void()>& step);
 
