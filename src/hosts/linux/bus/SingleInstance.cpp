@@ -4,12 +4,22 @@
 #include "hosts/linux/bus/SessionBus.h"
 
 #include <chrono>
+#include <cstdlib>
+
+#include <sysexits.h>
 
 namespace cadora {
 
 namespace {
 
 using Outcome = Forwarding::Outcome;
+
+constexpr int claimAttempts = 10;
+
+std::optional<int> endWith(int status, const std::string& problem, SystemLog& log) {
+    log.log("[Cadora Helper] " + problem);
+    return status;
+}
 
 Forwarding failed(Outcome outcome, GError* error) {
     return {outcome, gio::takeReason(error)};
@@ -63,6 +73,36 @@ Forwarding forwardToRunningHelper(const std::vector<std::string>& uris) {
         forwarding.reason.clear();
     }
     return forwarding;
+}
+
+std::optional<int> endByForwarding(const std::vector<std::string>& uris, SystemLog& log) {
+    const Forwarding forwarding = forwardToRunningHelper(uris);
+    switch (forwarding.outcome) {
+    case Outcome::done:
+        return EXIT_SUCCESS;
+    case Outcome::nobodyRuns:
+        return std::nullopt;
+    case Outcome::refused:
+        return endWith(EXIT_FAILURE, forwarding.reason, log);
+    case Outcome::noAnswer:
+        return endWith(EX_UNAVAILABLE, "the helper that runs did not answer: " + forwarding.reason, log);
+    case Outcome::noSessionBus:
+        return endWith(EX_UNAVAILABLE, "there is no session bus: " + forwarding.reason, log);
+    }
+    return EX_UNAVAILABLE;
+}
+
+std::optional<int> endUnlessClaimed(DBusApplication& application, const std::vector<std::string>& uris,
+                                    SystemLog& log) {
+    for (int attempt = 1; application.claimName() == DBusApplication::Claim::anotherRuns; ++attempt) {
+        if (const auto status = endByForwarding(uris, log)) {
+            return status;
+        }
+        if (attempt == claimAttempts) {
+            return endWith(EX_UNAVAILABLE, "other starts come and go, and none stays", log);
+        }
+    }
+    return std::nullopt;
 }
 
 } // namespace cadora

@@ -2,6 +2,9 @@
 
 #include "base/ASCII.h"
 
+#include <algorithm>
+#include <cstring>
+
 namespace cadora {
 
 namespace {
@@ -35,6 +38,14 @@ std::string escapedURI(std::string_view text) {
 bool isOwnURL(std::string_view text) {
     constexpr std::string_view scheme = "cadora:";
     return equalIgnoringCase(text.substr(0, scheme.size()), scheme);
+}
+
+void hideOwnURLs(const std::vector<char*>& arguments) {
+    for (char* const argument : arguments) {
+        if (isOwnURL(argument)) {
+            explicit_bzero(argument, std::strlen(argument));
+        }
+    }
 }
 
 std::vector<std::string> uriList(const std::vector<std::string>& arguments,

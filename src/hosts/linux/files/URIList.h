@@ -17,6 +17,10 @@ std::string escapedURI(std::string_view text);
 // Whether the text is of the scheme that the program itself is opened with.
 bool isOwnURL(std::string_view text);
 
+// Overwrites those of the program's own arguments that are of its scheme: a sign-in's callback carries a
+// token, and everybody on the machine can read the list of processes.
+void hideOwnURLs(const std::vector<char*>& arguments);
+
 // Command-line arguments as URIs, which another process understands whatever its working directory, and which
 // carry any bytes. What doesn't look like a URI is a path.
 std::vector<std::string> uriList(const std::vector<std::string>& arguments,
