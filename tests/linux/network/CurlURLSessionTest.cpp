@@ -226,6 +226,51 @@ TEST_CASE("an answer of the greatest size allowed is taken, a larger one is a fa
     }
 }
 
+TEST_CASE("an answer that comes byte by byte without end is given up, at every place where it can drip") {
+    for (const auto& [beginning, drop] : std::vector<std::pair<std::string, std::string>>{
+             {"", "HTTP/1.1 103 Early Hints\r\n\r\n"},
+             {"HTTP/1.1 200 OK\r\n", "X-Field: x\r\n"},
+             {"HTTP/1.1 200 OK\r\n\r\n", "x"},
+             {"HTTP/1.1 200 OK\r\nTransfer-Encoding: chunked\r\n\r\n", "1\r\nx\r\n"}}) {
+        ScriptedServer server([beginning = beginning, drop = drop](Connection& connection) {
+            connection.readHead();
+            connection.send(beginning);
+            for (;;) {
+                connection.send(drop);
+                std::this_thread::sleep_for(50ms);
+            }
+        });
+        URLSessionFixture fixture({100'000, {}, 20s, 2s});
+        const RequestOutcome outcome =
+            fixture.data(impatient(fixture.request(server.origin() + secretPath, "POST")));
+        CHECK(outcome.failure() ==
+              "The answer of " + server.authority() + " was not complete after 2 seconds");
+    }
+}
+
+TEST_CASE("redirects don't lengthen the time that an answer may take") {
+    ScriptedServer server([](Connection& connection) {
+        for (;;) {
+            connection.readHead();
+            std::this_thread::sleep_for(300ms);
+            connection.send(httpAnswer(307, "", "Location: /again\r\n"));
+        }
+    });
+    URLSessionFixture fixture({100'000, {}, 20s, 1s});
+    CHECK(fixture.data(fixture.request(server.origin() + secretPath)).failure() ==
+          "The answer of " + server.authority() + " was not complete after 1 second");
+}
+
+TEST_CASE("a header line beyond all measure is what it is, not a lack of memory") {
+    ScriptedServer server([](Connection& connection) {
+        connection.readHead();
+        connection.send("HTTP/1.1 200 OK\r\nX-Long: " + std::string(1'000'000, 'x') + "\r\n\r\n");
+    });
+    URLSessionFixture fixture;
+    CHECK(fixture.data(fixture.request(server.origin() + secretPath)).failure() ==
+          server.authority() + " sent an answer with a header line that is too long");
+}
+
 TEST_CASE("an answer without end is cut off") {
     ScriptedServer server([](Connection& connection) {
         connection.readHead();
@@ -617,6 +662,25 @@ TEST_CASE("a proxy that can't be reached or refuses is named as the reason") {
     CHECK(headerField(head, "Authorization").empty());
 }
 
+TEST_CASE("a proxy's word that it is connected is no early answer to an upload") {
+    const std::string recording(100'000, 'x');
+    ScriptedServer proxy(
+        [&](Connection& connection) {
+            connection.readHead();
+            connection.send("HTTP/1.1 200 Connection established\r\n\r\n");
+            connection.startTLS();
+            connection.readHead();
+            CHECK(connection.readBody(recording.size()) == recording);
+            connection.send(httpAnswer(200));
+        },
+        {0, "far.invalid", true});
+    const Environment environment({{"https_proxy", "http://" + proxy.authority()}});
+    const TemporaryDirectory folder;
+    URLSessionFixture fixture({1000, folder.file("authorities.pem", proxy.certificate()), 20s});
+    CHECK(fixture.upload(fixture.request("https://far.invalid/", "PUT"), folder.file("recording", recording))
+              .status() == 200);
+}
+
 TEST_CASE("https trusts the configured authorities, and nobody else") {
     ScriptedServer server(always(httpAnswer(200, "secure")), {0, "127.0.0.1"});
     const TemporaryDirectory folder;
@@ -673,7 +737,7 @@ TEST_CASE("redirects lead to the answer behind them, and say GET where they must
     };
     const std::vector<Case> cases = {
         {301, "POST", "GET"},  {302, "POST", "GET"},      {303, "POST", "GET"}, {307, "POST", "POST"},
-        {308, "POST", "POST"}, {301, "PUT", "GET"},       {302, "PUT", "GET"},  {303, "PUT", "GET"},
+        {308, "POST", "POST"}, {301, "PUT", "PUT"},       {302, "PUT", "PUT"},  {303, "PUT", "GET"},
         {307, "PUT", "PUT"},   {308, "PUT", "PUT"},       {301, "GET", "GET"},  {303, "HEAD", "HEAD"},
         {307, "GET", "GET"},   {308, "DELETE", "DELETE"},
     };

@@ -297,7 +297,7 @@ TEST_CASE("a slow line that takes long over what the kernel holds already is no 
 }
 
 TEST_CASE("a redirect that repeats the request sends the file again from its beginning") {
-    for (const int status : {307, 308}) {
+    for (const int status : {301, 302, 307, 308}) {
         for (const bool takesBodyFirst : {false, true}) {
             CAPTURE(status);
             CAPTURE(takesBodyFirst);
@@ -329,24 +329,130 @@ TEST_CASE("a redirect that repeats the request sends the file again from its beg
     }
 }
 
-TEST_CASE("a redirect that doesn't repeat the request fetches without the file") {
-    for (const int status : {301, 302, 303}) {
-        CAPTURE(status);
+TEST_CASE("an upload that is told to see other is not followed, so that nobody takes it for stored") {
+    ScriptedServer server([&](Connection& connection) {
+        const std::string head = connection.readHead();
+        sayContinue(connection, head);
+        connection.readBody(announcedLength(head));
+        connection.send(httpAnswer(303, "", "Location: /result\r\n"));
+        connection.readHead();
+        connection.send(httpAnswer(200));
+    });
+    UploadFixture fixture;
+    CHECK(fixture.upload(fixture.put(server), fixture.recording).status() == 303);
+    CHECK(server.heads().size() == 1);
+}
+
+TEST_CASE("a success that is claimed before the file was sent whole is a failure") {
+    struct Case {
+        const char* name;
+        std::size_t bytesTaken;
+        bool goesOnReading;
+    };
+    for (const auto& [name, bytesTaken, goesOnReading] :
+         {Case{"instead of the word to go on", 0, false},
+          Case{"instead of the word, then reading on", 0, true}, Case{"within the body", 1000, false},
+          Case{"within the body, then reading on", 1000, true}}) {
+        for (const char* connectionField : {"", "Connection: close\r\n"}) {
+            CAPTURE(std::string(name));
+            CAPTURE(std::string(connectionField));
+            ScriptedServer server(
+                [&, bytesTaken = bytesTaken, goesOnReading = goesOnReading](Connection& connection) {
+                    const std::string head = connection.readHead();
+                    if (bytesTaken != 0) {
+                        sayContinue(connection, head);
+                        connection.readBody(bytesTaken);
+                    }
+                    connection.send(httpAnswer(200, "stored", connectionField));
+                    if (goesOnReading) {
+                        connection.drain();
+                    }
+                },
+                {4096, {}});
+            UploadFixture fixture;
+            // More than the two sockets hold, so that the answer comes before the end of the body.
+            std::filesystem::resize_file(fixture.recording, 64 * mebibyte);
+            const RequestOutcome outcome = fixture.upload(fixture.put(server), fixture.recording);
+            CHECK(outcome.failure() ==
+                  server.authority() + " answered before “recording.m4a” had been sent whole");
+            CHECK(outcome.domain() == "URLSession");
+        }
+    }
+}
+
+TEST_CASE("an answer that is not HTTP has no status, also to an upload and behind an interim answer") {
+    for (const char* bytes :
+         {"SSH-2.0-OpenSSH_9.2\r\n", "hidden\r\n\r\nHTTP/1.1 200 OK\r\n\r\n", "HTTX/1.1 200 OK\r\n\r\n",
+          "HTTP/1.1 103 Early Hints\r\nLink: x\r\n\r\nhidden\r\n", "HTTP/1.1 twenty OK\r\n\r\n"}) {
+        CAPTURE(std::string(bytes));
         ScriptedServer server([&](Connection& connection) {
             const std::string head = connection.readHead();
             sayContinue(connection, head);
             connection.readBody(announcedLength(head));
-            connection.send(httpAnswer(status, "", "Location: /result\r\n"));
-            connection.readHead();
-            connection.send(httpAnswer(200));
+            connection.send(bytes);
         });
         UploadFixture fixture;
-        CHECK(fixture.upload(fixture.put(server), fixture.recording).status() == 200);
-        const std::string head = server.heads().at(1);
-        CHECK(head.rfind("GET /result HTTP/1.1\r\n", 0) == 0);
-        CHECK(headerField(head, "Content-Length").empty());
-        CHECK(headerField(head, "Content-Type").empty());
-        CHECK(headerField(head, "Expect").empty());
+        const RequestOutcome outcome = fixture.upload(fixture.put(server), fixture.recording);
+        REQUIRE(outcome.answer);
+        CHECK(!outcome.answer->response.statusCode);
+        CHECK(outcome.answer->data.empty());
+    }
+}
+
+TEST_CASE("an upload whose answer never ends is given up, however slowly its bytes come") {
+    for (const auto& [beginning, drop] :
+         {std::pair{"HTTP/1.1 200 OK\r\n", "X-Field: x\r\n"}, std::pair{"HTTP/1.1 200 OK\r\n\r\n", "x"}}) {
+        ScriptedServer server([beginning = beginning, drop = drop](Connection& connection) {
+            const std::string head = connection.readHead();
+            sayContinue(connection, head);
+            connection.readBody(announcedLength(head));
+            connection.send(beginning);
+            for (;;) {
+                connection.send(drop);
+                std::this_thread::sleep_for(50ms);
+            }
+        });
+        UploadFixture fixture;
+        fixture.session =
+            std::make_unique<CurlURLSession>(fixture.actor, CurlURLSession::Configuration{1000, {}, 20s, 2s});
+        CHECK(fixture.upload(fixture.put(server, 1s), fixture.recording).failure() ==
+              "The answer of " + server.authority() + " was not complete after 2 seconds");
+    }
+}
+
+TEST_CASE("the time that an upload's body takes doesn't count as its answer's") {
+    const std::size_t size = mebibyte / 4;
+    ScriptedServer server(
+        [&](Connection& connection) {
+            connection.readHead();
+            const std::size_t portion = size / 16;
+            for (std::size_t rest = size; rest != 0; rest -= portion) {
+                std::this_thread::sleep_for(250ms);
+                connection.readBody(portion);
+            }
+            connection.send(httpAnswer(200));
+        },
+        {4096, {}});
+    UploadFixture fixture;
+    fixture.session =
+        std::make_unique<CurlURLSession>(fixture.actor, CurlURLSession::Configuration{1000, {}, 20s, 2s});
+    const auto file = fixture.folder.file("recording.m4a", content(size));
+    CHECK(fixture.upload(fixture.put(server, 5s), file).status() == 200);
+}
+
+TEST_CASE("an upload's answer is read to its end, however long, and what is too much of it dropped") {
+    const std::string tooMuch(5 * mebibyte, 'x');
+    for (const std::string& answer : {httpAnswer(200, tooMuch), "HTTP/1.1 200 OK\r\n\r\n" + tooMuch}) {
+        ScriptedServer server([&](Connection& connection) {
+            const std::string head = connection.readHead();
+            sayContinue(connection, head);
+            connection.readBody(announcedLength(head));
+            connection.send(answer);
+        });
+        UploadFixture fixture;
+        const RequestOutcome outcome = fixture.upload(fixture.put(server), fixture.recording);
+        CHECK(outcome.status() == 200);
+        CHECK(outcome.data().size() <= 4 * mebibyte);
     }
 }
 

@@ -96,9 +96,39 @@ TEST_CASE("a redirect that drops the body drops what describes it") {
     for (const long status : {307L, 308L}) {
         const HTTPRequest next = redirected(first, status, "http://example.org/b");
         CHECK(next.method == "POST");
-        CHECK(next.body == HTTPRequest::Body::sent);
+        CHECK(next.body == HTTPRequest::Body::data);
         CHECK(next.headers.value("Content-Type") == "audio/mp4");
     }
+}
+
+TEST_CASE("a redirect that asks for nothing else repeats a PUT with its body") {
+    for (const HTTPRequest::Body body : {HTTPRequest::Body::data, HTTPRequest::Body::file}) {
+        HTTPRequest first = request("http://example.org/a", "PUT");
+        first.body = body;
+        first.headers.setValue("audio/mp4", "Content-Type");
+        for (const long status : {301L, 302L, 307L, 308L}) {
+            const HTTPRequest next = redirected(first, status, "http://example.org/b");
+            CHECK(next.method == "PUT");
+            CHECK(next.body == body);
+            CHECK(next.headers.value("Content-Type") == "audio/mp4");
+        }
+    }
+}
+
+TEST_CASE("a file never stays behind: where it may not go along, the redirect is not followed") {
+    for (const char* method : {"PUT", "POST"}) {
+        HTTPRequest upload = request("http://example.org/a", method);
+        upload.body = HTTPRequest::Body::file;
+        CHECK_FALSE(isFollowed(upload, 303));
+        for (const long status : {301L, 302L, 307L, 308L}) {
+            CHECK(isFollowed(upload, status));
+            CHECK(redirected(upload, status, "http://example.org/b").body == HTTPRequest::Body::file);
+            CHECK(redirected(upload, status, "http://example.org/b").method == method);
+        }
+    }
+    CHECK(isFollowed(request("http://example.org/a", "PUT"), 303));
+    CHECK_FALSE(isFollowed(request("http://example.org/a", "GET"), 300));
+    CHECK_FALSE(isFollowed(request("http://example.org/a", "GET"), 304));
 }
 
 } // namespace cadora

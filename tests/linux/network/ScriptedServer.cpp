@@ -104,6 +104,14 @@ void ScriptedServer::Connection::send(const std::string& bytes) {
     }
 }
 
+void ScriptedServer::Connection::startTLS() {
+    tls_ = std::shared_ptr<SSL>(SSL_new(server_->tls_.get()), SSL_free);
+    SSL_set_fd(tls_.get(), socket_.get());
+    if (SSL_accept(tls_.get()) != 1) {
+        throw Closed();
+    }
+}
+
 void ScriptedServer::Connection::reset() {
     const linger now{1, 0};
     ::setsockopt(socket_.get(), SOL_SOCKET, SO_LINGER, &now, sizeof now);
@@ -111,7 +119,8 @@ void ScriptedServer::Connection::reset() {
 }
 
 ScriptedServer::ScriptedServer(Script script, const Options& options)
-    : script_(std::move(script)), listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
+    : script_(std::move(script)), listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)),
+      startsInClear_(options.startsInClear) {
     check(static_cast<bool>(listener_), "socket");
     if (options.receiveBufferSize != 0) {
         check(::setsockopt(listener_.get(), SOL_SOCKET, SO_RCVBUF, &options.receiveBufferSize,
@@ -181,12 +190,8 @@ void ScriptedServer::play(Connection& connection) {
 // Whether the script came to its own end.
 bool ScriptedServer::follow(Connection& connection) const {
     try {
-        if (tls_) {
-            connection.tls_ = std::shared_ptr<SSL>(SSL_new(tls_.get()), SSL_free);
-            SSL_set_fd(connection.tls_.get(), connection.socket_.get());
-            if (SSL_accept(connection.tls_.get()) != 1) {
-                return false;
-            }
+        if (tls_ && !startsInClear_) {
+            connection.startTLS();
         }
         script_(connection);
         return true;

@@ -36,6 +36,8 @@ public:
         void send(const std::string& bytes);
         // Which number this connection has, beginning with 0.
         std::size_t number() const { return number_; }
+        // From here on with TLS; for a server that waits for it.
+        void startTLS();
         // Closes it so that the peer sees a reset, not an orderly end.
         void reset();
 
@@ -58,6 +60,8 @@ public:
         int receiveBufferSize = 0;
         // Speak TLS with a certificate for this name or address, made for this server.
         std::string certificateFor;
+        // The script itself says when TLS begins, as behind a proxy.
+        bool startsInClear = false;
     };
 
     explicit ScriptedServer(Script script) : ScriptedServer(std::move(script), Options()) {}
@@ -89,6 +93,7 @@ private:
     int port_ = 0;
     std::string certificate_;
     std::shared_ptr<ssl_ctx_st> tls_;
+    bool startsInClear_ = false;
 
     mutable std::mutex mutex_;
     bool ending_ = false;

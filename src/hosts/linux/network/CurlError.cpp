@@ -23,6 +23,21 @@ std::string systemReason(CURL* handle) {
     return code == 0 ? "" : ": " + std::generic_category().message(static_cast<int>(code));
 }
 
+// A fault in the framing of an answer comes with the code of a lost connection, but without a reason of the
+// system's. So does the end of a secure connection that wasn't taken leave of.
+bool brokeItsChunks(CURL* handle, const TransferContext& context) {
+    return context.chunkedAnswer && context.origin.scheme == "http" && systemReason(handle).empty();
+}
+
+// libcurl's own limits for a line. Its older versions report them as if memory had run out, which doesn't
+// happen once something has come in; code 100 is what newer ones do.
+bool headerLineIsTooLong(CURL* handle, CURLcode code) {
+    constexpr int tooLarge = 100;
+    curl_off_t received = 0;
+    curl_easy_getinfo(handle, CURLINFO_STARTTRANSFER_TIME_T, &received);
+    return static_cast<int>(code) == tooLarge || (code == CURLE_OUT_OF_MEMORY && received > 0);
+}
+
 std::string secureConnectionReason(CURLcode code, std::string_view details) {
     if (code == CURLE_PEER_FAILED_VERIFICATION || code == CURLE_SSL_CONNECT_ERROR) {
         constexpr std::string_view prefix = "SSL certificate problem: ";
@@ -38,6 +53,9 @@ std::string secureConnectionReason(CURLcode code, std::string_view details) {
 
 std::string message(CURL* handle, CURLcode code, const std::string& details, const TransferContext& context) {
     const std::string host = context.origin.authority();
+    if (headerLineIsTooLong(handle, code)) {
+        return host + " sent an answer with a header line that is too long";
+    }
     switch (code) {
     case CURLE_COULDNT_RESOLVE_HOST:
         return "Couldn’t find the server " + host + ": its name could not be resolved";
@@ -69,7 +87,7 @@ std::string message(CURL* handle, CURLcode code, const std::string& details, con
             return "Couldn’t connect to " + host + ": the system’s proxy refused with HTTP status " +
                    std::to_string(proxyStatus);
         }
-        if (details.find("chunked-encoding") == std::string::npos) {
+        if (!brokeItsChunks(handle, context)) {
             return "The connection to " + host + " was lost" + whileUploading(context) + systemReason(handle);
         }
         [[fallthrough]];
@@ -101,6 +119,16 @@ PlatformError stalledError(const TransferContext& context) {
     return {urlSessionErrorDomain, CURLE_OPERATION_TIMEDOUT,
             "The connection to " + context.origin.authority() + " timed out" + whileUploading(context) +
                 ": no progress for " + seconds(context.timeoutInterval)};
+}
+
+PlatformError endlessAnswerError(const TransferContext& context, std::chrono::seconds limit) {
+    return {urlSessionErrorDomain, CURLE_OPERATION_TIMEDOUT,
+            "The answer of " + context.origin.authority() + " was not complete after " + seconds(limit)};
+}
+
+PlatformError earlySuccessError(const TransferContext& context) {
+    return {urlSessionErrorDomain, CURLE_SEND_ERROR,
+            context.origin.authority() + " answered before “" + context.fileName + "” had been sent whole"};
 }
 
 } // namespace cadora

@@ -19,6 +19,8 @@ struct TransferContext {
     // The name of the file that was being sent; empty when there was none.
     std::string fileName;
     std::chrono::seconds timeoutInterval;
+    // Whether the answer under way says that it comes in chunks.
+    bool chunkedAnswer = false;
 };
 
 // Puts a failure that libcurl reports into plain words. `details` is libcurl's own sentence about it; only
@@ -28,5 +30,11 @@ PlatformError transferError(CURL* handle, CURLcode code, const std::string& deta
 
 // The peer was reached but nothing moved for the whole interval.
 PlatformError stalledError(const TransferContext& context);
+
+// The answer kept coming, but not to its end.
+PlatformError endlessAnswerError(const TransferContext& context, std::chrono::seconds limit);
+
+// A success before there was anything whole to succeed with.
+PlatformError earlySuccessError(const TransferContext& context);
 
 } // namespace cadora

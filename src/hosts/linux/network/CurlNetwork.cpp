@@ -103,7 +103,7 @@ void CurlNetwork::run(CURLM* multi, CurlSockets& sockets) {
         int running = 0;
         curl_multi_perform(multi, &running);
         reportFinished(multi, transfers);
-        endStalled(transfers);
+        endOverdue(transfers);
 
         Clock::time_point deadline = Clock::time_point::max();
         if (transfers.empty()) {
@@ -174,12 +174,12 @@ void CurlNetwork::reportFinished(CURLM* multi, Transfers& transfers) {
     }
 }
 
-void CurlNetwork::endStalled(Transfers& transfers) {
+void CurlNetwork::endOverdue(Transfers& transfers) {
     const auto now = Clock::now();
     for (auto entry = transfers.begin(); entry != transfers.end();) {
         const auto current = entry++;
-        if (current->second->stalled(now)) {
-            fail(transfers, current, std::make_exception_ptr(current->second->stallError()));
+        if (const auto error = current->second->overdue(now)) {
+            fail(transfers, current, std::make_exception_ptr(*error));
         }
     }
 }

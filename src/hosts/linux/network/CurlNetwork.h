@@ -55,7 +55,7 @@ private:
     Turn carryOut(CURLM* multi, CurlSockets& sockets, Transfers& transfers);
     bool endIdle();
     void reportFinished(CURLM* multi, Transfers& transfers);
-    void endStalled(Transfers& transfers);
+    void endOverdue(Transfers& transfers);
     void fail(Transfers& transfers, Transfers::iterator transfer, std::exception_ptr error);
 
     const std::chrono::milliseconds idleLifetime_;

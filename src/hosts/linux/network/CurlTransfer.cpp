@@ -44,6 +44,15 @@ bool belongsToSession(std::string_view field) {
                        [&](std::string_view own) { return equalIgnoringCase(own, field); });
 }
 
+bool isField(std::string_view headerLine, std::string_view name) {
+    return headerLine.size() > name.size() && headerLine[name.size()] == ':' &&
+           equalIgnoringCase(headerLine.substr(0, name.size()), name);
+}
+
+bool isStatusLine(std::string_view headerLine) {
+    return headerLine.substr(0, 5) == "HTTP/";
+}
+
 std::string sizeText(std::size_t bytes) {
     constexpr std::size_t mebibyte = std::size_t{1024} * 1024;
     return bytes % mebibyte == 0 ? std::to_string(bytes / mebibyte) + " MiB"
@@ -54,9 +63,14 @@ std::string sizeText(std::size_t bytes) {
 
 CurlTransfer::CurlTransfer(URLRequest request, std::unique_ptr<UploadFile> file,
                            const TransferOptions& options)
-    : request_{request.url.text(), {}, std::move(request.httpMethod), std::move(request.headers)},
+    : request_{request.url.text(),
+               {},
+               std::move(request.httpMethod),
+               std::move(request.headers),
+               file ? HTTPRequest::Body::file : HTTPRequest::Body::data},
       body_(std::move(request.httpBody)), file_(std::move(file)), options_(options),
-      context_{{}, file_ ? file_->name() : "", std::max(request.timeoutInterval, std::chrono::seconds(1))} {
+      context_{{}, file_ ? file_->name() : "", std::max(request.timeoutInterval, std::chrono::seconds(1))},
+      answerDueSince_(Clock::now()) {
     const auto origin = HTTPOrigin::of(request_.url);
     if (!origin) {
         throw PlatformError(urlSessionErrorDomain, CURLE_UNSUPPORTED_PROTOCOL,
@@ -110,7 +124,9 @@ void CurlTransfer::begin(CURLM* multi, CurlSockets& sockets) {
         throw std::bad_alloc();
     }
     answer_.clear();
+    bodySize_ = 0;
     headerSize_ = 0;
+    context_.chunkedAnswer = false;
     withinHeader_ = false;
     details_.front() = '\0';
 
@@ -136,6 +152,8 @@ void CurlTransfer::begin(CURLM* multi, CurlSockets& sockets) {
     set(CURLOPT_HEADERDATA, this);
     set(CURLOPT_WRITEFUNCTION, &receiveBody);
     set(CURLOPT_WRITEDATA, this);
+    // A proxy's word that it is connected is no answer to the request.
+    set(CURLOPT_SUPPRESS_CONNECT_HEADERS, 1L);
     if (context_.origin.isLoopback()) {
         set(CURLOPT_PROXY, "");
     }
@@ -147,15 +165,14 @@ void CurlTransfer::begin(CURLM* multi, CurlSockets& sockets) {
 
     lastProgress_ = {};
     lastProgressAt_ = Clock::now();
-    nextLook_ = lastProgressAt_ + Clock::duration(context_.timeoutInterval) / looksPerInterval;
+    lookAgainAfter(lastProgressAt_);
     if (curl_multi_add_handle(multi_, easy_.get()) != CURLM_OK) {
         throw std::bad_alloc();
     }
 }
 
 void CurlTransfer::setBody() {
-    const bool sendsBody = request_.body == HTTPRequest::Body::sent;
-    if (sendsBody && file_) {
+    if (sendsFile()) {
         file_->seek(0);
         set(CURLOPT_UPLOAD, 1L);
         set(CURLOPT_CUSTOMREQUEST, request_.method.c_str());
@@ -168,7 +185,7 @@ void CurlTransfer::setBody() {
         set(CURLOPT_EXPECT_100_TIMEOUT_MS, expectContinueMilliseconds);
     } else if (request_.method == "HEAD") {
         set(CURLOPT_NOBODY, 1L);
-    } else if (sendsBody && request_.method != "GET") {
+    } else if (request_.body == HTTPRequest::Body::data && request_.method != "GET") {
         set(CURLOPT_POST, 1L);
         set(CURLOPT_POSTFIELDSIZE_LARGE, static_cast<curl_off_t>(body_.size()));
         set(CURLOPT_POSTFIELDS, body_.data());
@@ -207,8 +224,7 @@ std::optional<Result<URLSession::Answer>> CurlTransfer::finish(CURLcode code) {
     if (stopped_) {
         return failure<URLSession::Answer>(*stopped_);
     }
-    if (code == CURLE_UNSUPPORTED_PROTOCOL && !withinHeader_) {
-        // What came doesn't begin as HTTP does.
+    if (isNotHTTP(code)) {
         return URLSession::Answer{"", URLResponse{std::nullopt}};
     }
     if (code != CURLE_OK) {
@@ -218,7 +234,7 @@ std::optional<Result<URLSession::Answer>> CurlTransfer::finish(CURLcode code) {
     curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
     const char* location = nullptr;
     curl_easy_getinfo(easy_.get(), CURLINFO_REDIRECT_URL, &location);
-    if (!isRedirect(status) || location == nullptr) {
+    if (!isFollowed(request_, status) || location == nullptr) {
         return URLSession::Answer{std::move(answer_), URLResponse{status}};
     }
     if (redirects_ == maximumRedirects) {
@@ -237,21 +253,40 @@ std::optional<Result<URLSession::Answer>> CurlTransfer::finish(CURLcode code) {
     return std::nullopt;
 }
 
-bool CurlTransfer::stalled(Clock::time_point now) {
+// What came doesn't begin as HTTP does. Once a line did, the code is that of a fault within an answer.
+bool CurlTransfer::isNotHTTP(CURLcode code) const {
+    return (code == CURLE_UNSUPPORTED_PROTOCOL || code == CURLE_WEIRD_SERVER_REPLY) && !withinHeader_;
+}
+
+void CurlTransfer::lookAgainAfter(Clock::time_point now) {
+    const Clock::duration interval = context_.timeoutInterval;
+    nextLook_ = now + interval / looksPerInterval;
+    for (const auto due : {lastProgressAt_ + interval, answerDueSince_ + options_.maximumAnswerTime}) {
+        if (due > now) {
+            nextLook_ = std::min(nextLook_, due);
+        }
+    }
+}
+
+std::optional<PlatformError> CurlTransfer::overdue(Clock::time_point now) {
     if (now < nextLook_) {
-        return false;
+        return std::nullopt;
     }
     if (const Progress seen = progress(); seen != lastProgress_) {
+        if (sendsFile() && seen.hasSentMoreThan(lastProgress_)) {
+            answerDueSince_ = now;
+        }
         lastProgress_ = seen;
         lastProgressAt_ = now;
     }
-    const Clock::duration interval = context_.timeoutInterval;
-    nextLook_ = std::min(now + interval / looksPerInterval, lastProgressAt_ + interval);
-    if (now < lastProgressAt_ + interval) {
-        return false;
+    if (now >= answerDueSince_ + options_.maximumAnswerTime) {
+        return endlessAnswerError(context_, options_.maximumAnswerTime);
     }
-    nextLook_ = now + interval / looksPerInterval;
-    return lastProgress_.connected;
+    if (lastProgress_.connected && now >= lastProgressAt_ + context_.timeoutInterval) {
+        return stalledError(context_);
+    }
+    lookAgainAfter(now);
+    return std::nullopt;
 }
 
 CurlTransfer::Progress CurlTransfer::progress() const {
@@ -260,7 +295,7 @@ CurlTransfer::Progress CurlTransfer::progress() const {
     curl_easy_getinfo(easy_.get(), CURLINFO_PRETRANSFER_TIME_T, &connectedAfter);
     result.connected = connectedAfter > 0;
     curl_easy_getinfo(easy_.get(), CURLINFO_SIZE_UPLOAD_T, &result.bytesSent);
-    result.bytesReceived = headerSize_ + answer_.size();
+    result.bytesReceived = headerSize_ + bodySize_;
     // The kernel takes megabytes at once and may need longer than the interval to get them through a slow
     // line: what the peer has acknowledged tells.
     result.bytesAcknowledged = sockets_->bytesAcknowledged(easy_.get());
@@ -298,19 +333,42 @@ bool CurlTransfer::accept(std::size_t total) {
 std::size_t CurlTransfer::receiveHeader(char* line, std::size_t size, std::size_t count, void* transfer) {
     auto& self = *static_cast<CurlTransfer*>(transfer);
     const std::size_t length = size * count;
+    const std::string_view text(line, length);
     self.withinHeader_ = line[0] != '\r' && line[0] != '\n';
     self.headerSize_ += length;
-    return self.accept(self.headerSize_) ? length : CURL_WRITEFUNC_ERROR;
+    if (!self.accept(self.headerSize_)) {
+        return CURL_WRITEFUNC_ERROR;
+    }
+    if (isField(text, "Transfer-Encoding")) {
+        self.context_.chunkedAnswer = true;
+    }
+    if (isStatusLine(text) && self.claimsEarlySuccess()) {
+        self.stopped_ = earlySuccessError(self.context_);
+        return CURL_WRITEFUNC_ERROR;
+    }
+    return length;
+}
+
+bool CurlTransfer::claimsEarlySuccess() const {
+    long status = 0;
+    curl_off_t sent = 0;
+    curl_easy_getinfo(easy_.get(), CURLINFO_RESPONSE_CODE, &status);
+    curl_easy_getinfo(easy_.get(), CURLINFO_SIZE_UPLOAD_T, &sent);
+    return sendsFile() && status / 100 == 2 && sent < file_->size();
 }
 
 std::size_t CurlTransfer::receiveBody(char* bytes, std::size_t size, std::size_t count, void* transfer) {
     auto& self = *static_cast<CurlTransfer*>(transfer);
     const std::size_t length = size * count;
-    if (!self.accept(self.answer_.size() + length)) {
+    self.bodySize_ += length;
+    // Nobody needs what answers an upload; its end alone counts.
+    const std::size_t kept =
+        self.sendsFile() ? std::min(length, self.options_.maximumAnswerSize - self.answer_.size()) : length;
+    if (!self.accept(self.answer_.size() + kept)) {
         return CURL_WRITEFUNC_ERROR;
     }
     try {
-        self.answer_.append(bytes, length);
+        self.answer_.append(bytes, kept);
     } catch (const std::bad_alloc&) {
         return CURL_WRITEFUNC_ERROR;
     }

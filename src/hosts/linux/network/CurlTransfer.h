@@ -22,6 +22,8 @@ namespace cadora {
 struct TransferOptions {
     // In bytes, for an answer's header and for its body.
     std::size_t maximumAnswerSize;
+    // From a request's beginning, or from an upload's last byte, to the end of its answer.
+    std::chrono::seconds maximumAnswerTime;
     // Empty: those that the system trusts.
     std::filesystem::path certificateAuthorityFile;
 };
@@ -45,13 +47,13 @@ public:
     // libcurl is done with the request. Absent when a redirect leads on, which begins at once.
     std::optional<Result<URLSession::Answer>> finish(CURLcode code);
 
-    // When stalled() wants to be asked again.
+    // When overdue() wants to be asked again.
     Clock::time_point nextLook() const { return nextLook_; }
 
-    // Whether nothing has moved in either direction for the whole interval. Connecting isn't judged here:
-    // libcurl limits it to the same interval.
-    bool stalled(Clock::time_point now);
-    PlatformError stallError() const { return stalledError(context_); }
+    // The failure of a transfer in which nothing has moved in either direction for the whole interval, or
+    // whose answer doesn't come to an end. Connecting isn't judged by the first: libcurl limits it to the
+    // same interval.
+    std::optional<PlatformError> overdue(Clock::time_point now);
 
     static CurlTransfer& from(CURL* easy);
 
@@ -70,6 +72,9 @@ private:
         std::size_t bytesReceived = 0;
         std::uint64_t bytesAcknowledged = 0;
 
+        bool hasSentMoreThan(const Progress& earlier) const {
+            return bytesSent != earlier.bytesSent || bytesAcknowledged != earlier.bytesAcknowledged;
+        }
         friend bool operator==(const Progress&, const Progress&) = default;
     };
 
@@ -83,6 +88,10 @@ private:
     void setBody();
     void takeOff();
     Progress progress() const;
+    void lookAgainAfter(Clock::time_point now);
+    bool sendsFile() const { return request_.body == HTTPRequest::Body::file; }
+    bool claimsEarlySuccess() const;
+    bool isNotHTTP(CURLcode code) const;
     bool accept(std::size_t total);
 
     HTTPRequest request_;
@@ -99,6 +108,8 @@ private:
 
     int redirects_ = 0;
     std::string answer_;
+    // What has come of the body, also where it isn't kept.
+    std::size_t bodySize_ = 0;
     // Of interim answers too.
     std::size_t headerSize_ = 0;
     // The last line received was not the empty one.
@@ -108,6 +119,8 @@ private:
 
     Progress lastProgress_;
     Clock::time_point lastProgressAt_;
+    // From when on only the answer is waited for.
+    Clock::time_point answerDueSince_;
     Clock::time_point nextLook_;
 };
 

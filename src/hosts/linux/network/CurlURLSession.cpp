@@ -46,14 +46,14 @@ CurlURLSession::~CurlURLSession() {
     pending_->completions.clear();
 }
 
+TransferOptions CurlURLSession::options() const {
+    return {configuration_.maximumAnswerSize, configuration_.maximumAnswerTime,
+            configuration_.certificateAuthorityFile};
+}
+
 CancelAction CurlURLSession::data(URLRequest request, Completion<Answer> completion) {
-    return begin(
-        [&] {
-            return std::make_unique<CurlTransfer>(
-                std::move(request), nullptr,
-                TransferOptions{configuration_.maximumAnswerSize, configuration_.certificateAuthorityFile});
-        },
-        std::move(completion));
+    return begin([&] { return std::make_unique<CurlTransfer>(std::move(request), nullptr, options()); },
+                 std::move(completion));
 }
 
 CancelAction CurlURLSession::upload(URLRequest request, std::filesystem::path fromFile,
@@ -61,8 +61,7 @@ CancelAction CurlURLSession::upload(URLRequest request, std::filesystem::path fr
     return begin(
         [&] {
             return std::make_unique<CurlTransfer>(
-                std::move(request), std::make_unique<UploadFile>(std::move(fromFile)),
-                TransferOptions{configuration_.maximumAnswerSize, configuration_.certificateAuthorityFile});
+                std::move(request), std::make_unique<UploadFile>(std::move(fromFile)), options());
         },
         std::move(completion));
 }

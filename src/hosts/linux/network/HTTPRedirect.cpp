@@ -30,6 +30,13 @@ bool describesBody(std::string_view field) {
     return equalIgnoringCase(field.substr(0, prefix.size()), prefix);
 }
 
+// What 301 and 302 mean for a POST is how browsers have always taken them.
+bool asksForGet(const HTTPRequest& request, long status) {
+    const bool movedPost = (status == 301 || status == 302) && request.method == "POST" &&
+                           request.body != HTTPRequest::Body::file;
+    return movedPost || (status == 303 && !isOneOf(request.method, {"GET", "HEAD"}));
+}
+
 template <class Predicate> void removeFields(HTTPHeaderFields& headers, Predicate unwanted) {
     HTTPHeaderFields kept;
     for (const auto& [name, value] : headers) {
@@ -42,9 +49,10 @@ template <class Predicate> void removeFields(HTTPHeaderFields& headers, Predicat
 
 } // namespace
 
-bool isRedirect(long status) {
-    constexpr std::array followed = {301L, 302L, 303L, 307L, 308L};
-    return std::find(followed.begin(), followed.end(), status) != followed.end();
+bool isFollowed(const HTTPRequest& request, long status) {
+    constexpr std::array repeating = {301L, 302L, 307L, 308L};
+    return std::find(repeating.begin(), repeating.end(), status) != repeating.end() ||
+           (status == 303 && request.body != HTTPRequest::Body::file);
 }
 
 HTTPRequest redirected(const HTTPRequest& request, long status, const std::string& location) {
@@ -64,7 +72,7 @@ HTTPRequest redirected(const HTTPRequest& request, long status, const std::strin
     if (next.origin != request.origin) {
         removeFields(next.headers, identifiesUser);
     }
-    if (status != 307 && status != 308 && !isOneOf(request.method, {"GET", "HEAD"})) {
+    if (asksForGet(request, status)) {
         next.method = "GET";
         next.body = HTTPRequest::Body::dropped;
         removeFields(next.headers, describesBody);
