@@ -24,7 +24,9 @@ int main(int argc, char** argv) {
         const OpenFile output = OpenFile::output(open(argv[2], O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
         EncodingPlan plan;
         plan.chunkFrames = std::numeric_limits<int>::max();
-        std::fputs(exportAnswer(exportM4a(source, measureSource(source), output, plan)).c_str(), stdout);
+        Crew crew(0);
+        std::fputs(exportAnswer(exportM4a(source, measureSource(source), output, plan, crew)).c_str(),
+                   stdout);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "%s\n", error.what());
         return 1;

@@ -353,6 +353,24 @@ TEST_CASE("a worker that computes in a circle is ended") {
     CHECK(outcome.error->code() == FfmpegMediaFramework::stoppedResponding);
 }
 
+TEST_CASE("a worker that goes on for ever is ended, whatever it shows of progress") {
+    FfmpegMediaFramework::Limits limits;
+    limits.time = std::chrono::milliseconds(300);
+    Bench bench("while :; do echo progress >&2; done", limits);
+    const Outcome outcome = bench.exportSource();
+    REQUIRE(outcome.error);
+    CHECK(outcome.error->code() == FfmpegMediaFramework::tookTooLong);
+    CHECK(outcome.error->text() == "The audio converter took too long.");
+    CHECK(bench.items() == std::vector<std::string>{"source.wav"});
+}
+
+TEST_CASE("what a worker may take follows from the size of its source, and has an end") {
+    const FfmpegMediaFramework::Limits limits;
+    CHECK(limits.timeFor(271358) < std::chrono::minutes(16));
+    CHECK(limits.timeFor(10000000) == std::chrono::seconds(1900));
+    CHECK(limits.timeFor(std::int64_t{1} << 62) == std::chrono::hours(6));
+}
+
 TEST_CASE("a worker that can't be started fails the export with the reason") {
     Bench bench("exit 0");
     bench.useWorker(bench.directory.path() / "missing");

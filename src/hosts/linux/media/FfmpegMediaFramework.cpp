@@ -108,6 +108,8 @@ double secondsOf(const CommandOutcome& outcome, bool isExport) {
         throw cancellationError();
     case End::stalled:
         throw workerError(FfmpegMediaFramework::stoppedResponding, "The audio converter stopped responding.");
+    case End::overran:
+        throw workerError(FfmpegMediaFramework::tookTooLong, "The audio converter took too long.");
     case End::overflowed:
         throw rubbishError();
     case End::signalled:
@@ -143,6 +145,8 @@ void logOutcome(SystemLog& log, const CommandOutcome& outcome) {
         log.log(prefix + "ended with exit code " + std::to_string(outcome.status));
     } else if (outcome.end == End::stalled) {
         log.log(prefix + "ended because it made no progress");
+    } else if (outcome.end == End::overran) {
+        log.log(prefix + "ended because its time was up");
     }
 }
 
@@ -200,7 +204,7 @@ public:
     Result<double> perform(const std::filesystem::path& worker, const Limits& limits, SystemLog& log) {
         try {
             return isExport() ? exportSource(worker, limits, log)
-                              : runWorker({worker, {"duration"}, {source_.file.get()}, limits.stall}, log);
+                              : runWorker(commandFor(worker, "duration", limits), log);
         } catch (...) {
             return std::current_exception();
         }
@@ -209,6 +213,10 @@ public:
     std::thread thread;
 
 private:
+    Command commandFor(const std::filesystem::path& worker, const char* verb, const Limits& limits) const {
+        return {worker, {verb}, {source_.file.get()}, limits.stall, limits.timeFor(source_.status.st_size)};
+    }
+
     double runWorker(const Command& command, SystemLog& log) const {
         const CommandOutcome outcome = runCommand(command, stop_);
         logOutcome(log, outcome);
@@ -228,8 +236,9 @@ private:
         const auto file = posix::TemporaryFile::create(folder.get(), name);
         require(file ? 0 : errno);
 
-        const double seconds =
-            runWorker({worker, {"export"}, {source_.file.get(), file->get()}, limits.stall}, log);
+        Command command = commandFor(worker, "export", limits);
+        command.descriptors.push_back(file->get());
+        const double seconds = runWorker(command, log);
         struct stat written{};
         require(::fstat(file->get(), &written) == 0 ? 0 : errno);
         if (written.st_size == 0) {
@@ -466,6 +475,11 @@ private:
     std::optional<PlatformError> error_;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>();
 };
+
+std::chrono::milliseconds FfmpegMediaFramework::Limits::timeFor(std::int64_t sourceSize) const {
+    const std::int64_t most = std::chrono::duration_cast<std::chrono::seconds>(longestTime).count();
+    return std::min(longestTime, time + std::chrono::seconds(std::min(sourceSize / bytesPerSecond, most)));
+}
 
 FfmpegMediaFramework::FfmpegMediaFramework(MainActor& actor, SystemLog& log, std::filesystem::path worker,
                                            Limits limits)

@@ -26,6 +26,7 @@ public:
         couldNotStart = -4,
         exportCancelled = -5,
         unsupportedFileType = -6,
+        tookTooLong = -7,
     };
 
     struct Limits {
@@ -33,6 +34,14 @@ public:
         std::chrono::milliseconds stall = std::chrono::minutes(2);
         // Further requests wait for their turn.
         std::size_t workers = 2;
+        // No worker holds up what waits for longer than this and a second for each bytesPerSecond of its
+        // source, and none for longer than longestTime. The worker's own bounds are far below that, unless
+        // the user's programs leave it no processor.
+        std::chrono::milliseconds time = std::chrono::minutes(15);
+        std::chrono::milliseconds longestTime = std::chrono::hours(6);
+        static constexpr std::int64_t bytesPerSecond = 10000;
+
+        std::chrono::milliseconds timeFor(std::int64_t sourceSize) const;
     };
 
     // `worker` is the path of cadora-export. The actor and the log outlive this object.

@@ -198,7 +198,8 @@ int millisecondsUntil(SteadyClock::time_point deadline) {
 std::optional<CommandOutcome::End> watch(Child& child, const Command& command, const StopSignal& stop,
                                          CommandOutcome& outcome) {
     std::uint64_t lastProgress = progress(child.pid);
-    auto deadline = SteadyClock::now() + command.stallLimit;
+    const auto end = SteadyClock::now() + command.timeLimit;
+    auto deadline = std::min(end, SteadyClock::now() + command.stallLimit);
     while (true) {
         std::array<pollfd, 4> events = {
             pollfd{child.process.get(), POLLIN, 0}, pollfd{stop.descriptor(), POLLIN, 0},
@@ -217,13 +218,16 @@ std::optional<CommandOutcome::End> watch(Child& child, const Command& command, c
         if (events[0].revents != 0) {
             return std::nullopt;
         }
+        if (SteadyClock::now() >= end) {
+            return CommandOutcome::End::overran;
+        }
         if (SteadyClock::now() >= deadline) {
             const std::uint64_t now = progress(child.pid);
             if (now == lastProgress) {
                 return CommandOutcome::End::stalled;
             }
             lastProgress = now;
-            deadline = SteadyClock::now() + command.stallLimit;
+            deadline = std::min(end, SteadyClock::now() + command.stallLimit);
         }
     }
 }

@@ -34,6 +34,8 @@ struct Command {
     std::vector<int> descriptors;
     // What neither reads, writes nor, where that isn't shown, computes for this long is taken to hang.
     std::chrono::milliseconds stallLimit{};
+    // What runs for longer is ended, whatever it does.
+    std::chrono::milliseconds timeLimit = std::chrono::hours(24);
 };
 
 struct CommandOutcome {
@@ -41,6 +43,7 @@ struct CommandOutcome {
         exited,      // `status` is the exit code
         signalled,   // `status` is the signal
         stalled,     // it made no progress and was killed
+        overran,     // it went on beyond its time and was killed
         overflowed,  // it wrote more than an answer can be and was killed
         stopped,     // it was asked to stop and was killed
         didNotStart, // `status` is the errno value

@@ -43,10 +43,11 @@ public:
     }
 
     Packets inSequence() const { return encode(encodeInSequence); }
-    Packets inChunks(const EncodingPlan& plan, std::int64_t* samples = nullptr) const {
-        return encode(
-            [&](PcmReader& reader, const PacketSink& sink) { return ChunkedEncoder(reader, plan).run(sink); },
-            samples);
+    Packets inChunks(const EncodingPlan& plan, int encoders, std::int64_t* samples = nullptr) const {
+        Crew crew(1 + encoders);
+        return encode([&](PcmReader& reader,
+                          const PacketSink& sink) { return ChunkedEncoder(reader, plan, crew).run(sink); },
+                      samples);
     }
 
     std::vector<std::vector<float>> samples() const {
@@ -68,10 +69,9 @@ private:
     TemporaryDirectory folder_;
 };
 
-EncodingPlan smallPlan(int threads) {
+EncodingPlan smallPlan() {
     EncodingPlan plan;
     plan.chunkFrames = 100;
-    plan.threads = threads;
     return plan;
 }
 
@@ -79,13 +79,13 @@ EncodingPlan smallPlan(int threads) {
 
 TEST_CASE("the packets are the same for any number of threads, and whatever the memory allows") {
     const Source source(makeMusic({}, 25 * second));
-    const Packets packets = source.inChunks(smallPlan(1));
+    const Packets packets = source.inChunks(smallPlan(), 1);
     CHECK(packets.size() == static_cast<std::size_t>((25 * second + frameSize - 1) / frameSize + 1));
-    CHECK(packets == source.inChunks(smallPlan(2)));
-    CHECK(packets == source.inChunks(smallPlan(7)));
-    EncodingPlan poor = smallPlan(7);
+    CHECK(packets == source.inChunks(smallPlan(), 2));
+    CHECK(packets == source.inChunks(smallPlan(), 7));
+    EncodingPlan poor = smallPlan();
     poor.memory = 1;
-    CHECK(packets == source.inChunks(poor));
+    CHECK(packets == source.inChunks(poor, 7));
     // They do come from several encoders.
     CHECK(packets != source.inSequence());
 }
@@ -97,7 +97,7 @@ TEST_CASE("a sound that offers no seam is encoded in sequence") {
         clicks.channels[0][i] = clicks.channels[1][i] = 0.9F;
     }
     const Source source(clicks);
-    CHECK(source.inChunks(smallPlan(2)) == source.inSequence());
+    CHECK(source.inChunks(smallPlan(), 2) == source.inSequence());
 }
 
 TEST_CASE("chunks end where the sound ends, wherever that is") {
@@ -105,14 +105,13 @@ TEST_CASE("chunks end where the sound ends, wherever that is") {
     plan.chunkFrames = 8;
     plan.prerollFrames = 4;
     plan.shortestPreroll = 2;
-    plan.threads = 2;
     for (const std::int64_t length :
          {1, 1023, 1024, 1025, 7 * 1024, 8 * 1024, 8 * 1024 + 1, 9 * 1024 - 1, 9 * 1024, 9 * 1024 + 1,
           16 * 1024, 17 * 1024, 17 * 1024 + 1, 40 * 1024 + 500}) {
         CAPTURE(length);
         const Source source(makeMusic({}, length));
         std::int64_t samples = 0;
-        CHECK(source.inChunks(plan, &samples).size() ==
+        CHECK(source.inChunks(plan, 2, &samples).size() ==
               static_cast<std::size_t>((length + frameSize - 1) / frameSize + 1));
         CHECK(samples == length);
     }
@@ -121,9 +120,10 @@ TEST_CASE("chunks end where the sound ends, wherever that is") {
 TEST_CASE("an error of the one who takes the packets ends all threads") {
     const Source source(makeMusic({}, 20 * second));
     int count = 0;
+    Crew crew(3);
     const auto run = [&] {
         source.encode([&](PcmReader& reader, const PacketSink&) {
-            return ChunkedEncoder(reader, smallPlan(2)).run([&](std::span<const std::uint8_t>) {
+            return ChunkedEncoder(reader, smallPlan(), crew).run([&](std::span<const std::uint8_t>) {
                 if (++count == 150) {
                     throw std::runtime_error("full");
                 }
@@ -182,7 +182,7 @@ public:
         plan.chunkFrames = chunkFrames;
         REQUIRE(plan.prerollFrames == preroll);
         REQUIRE(plan.prerollFrames - plan.shortestPreroll == slack);
-        chunked_ = source_.inChunks(plan);
+        chunked_ = source_.inChunks(plan, 1);
         single_ = single.get();
         samples_ = source_.samples();
         REQUIRE(chunked_.size() == single_.size());

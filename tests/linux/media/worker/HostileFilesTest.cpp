@@ -155,3 +155,42 @@ TEST_CASE("a header that claims a huge length doesn't take huge resources") {
     CHECK(end.exitCode == 0);
     CHECK(end.number("samples").value_or(0) == 44100);
 }
+
+TEST_CASE("a small file that claims months of sound at a rate that nobody records is refused") {
+    const Trap trap;
+    runTool({"flac", "-s", "--endian=little", "--sign=signed", "--channels=1", "--bps=8", "--sample-rate=1",
+             "-b", "1024", "--no-seektable", "--no-padding", "--lax", "--force-raw-format", "-o",
+             trap.path("months.flac"), trap.file("zeros", std::string(200000, '\0'))});
+    checkRefused(trap, trap.path("months.flac"));
+    CHECK(runDuration(trap.path("months.flac")).message().find("1 samples a second") != std::string::npos);
+}
+
+TEST_CASE("a file whose bytes can't hold the length that it claims is refused") {
+    const Trap trap;
+    // Silence in the largest blocks that FLAC has, an hour of it in 8 kB.
+    runTool({"flac", "-s", "--endian=little", "--sign=signed", "--channels=1", "--bps=8",
+             "--sample-rate=8000", "-b", "65535", "--no-seektable", "--no-padding", "--lax",
+             "--force-raw-format", "-o", trap.path("dense.flac"),
+             trap.file("zeros", std::string(std::size_t{8000} * 3600, '\0'))});
+    checkRefused(trap, trap.path("dense.flac"));
+    // As other encoders pack it, it is as good as any other sound.
+    runTool({"flac", "-s", "--endian=little", "--sign=signed", "--channels=1", "--bps=8",
+             "--sample-rate=8000", "--force-raw-format", "-o", trap.path("silence.flac"),
+             trap.path("zeros")});
+    CHECK(runDuration(trap.path("silence.flac")).number("seconds").value_or(0) == 3600);
+}
+
+TEST_CASE("a small file that asks for much memory doesn't get it") {
+    const Trap trap;
+    runTool({"ffmpeg", "-nostdin", "-v", "error", "-i", trap.path("secret.wav"), "-t", "0.1", "-c:a", "alac",
+             trap.path("small.m4a")});
+    std::string movie = readFile(trap.path("small.m4a"));
+    // The cookie, which says how many samples a packet can have.
+    const std::size_t sampleEntry = movie.find("alac", movie.find("stsd"));
+    const std::size_t cookie = movie.find("alac", sampleEntry + 4);
+    REQUIRE(cookie != std::string::npos);
+    movie.replace(cookie + 8, 4, std::string("\x01\0\0\0", 4));
+    const WorkerEnd end = runExport(trap.file("bomb.m4a", movie), trap.path("out.m4a"));
+    CHECK(end.exitCode == 1);
+    CHECK(end.number("code").value_or(0) == 7);
+}

@@ -9,6 +9,8 @@
 #include <cstring>
 #include <fcntl.h>
 #include <functional>
+#include <future>
+#include <sched.h>
 #include <string>
 #include <sys/mman.h>
 #include <sys/ptrace.h>
@@ -17,6 +19,7 @@
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
+#include <system_error>
 #include <thread>
 #include <unistd.h>
 #include <vector>
@@ -26,9 +29,13 @@ using namespace cadora::test;
 
 namespace {
 
+constexpr std::int64_t sourceSize = 6; // bytes
+
 // Runs something in a process of its own that is locked in, with a source and an output at 3 and 4.
 // Gives what it returns, or 1000 and the signal that ended it.
-int inside(SandboxAccess access, const std::function<int()>& attempt) {
+int inside(
+    SandboxAccess access, const std::function<int()>& attempt,
+    const std::function<void()>& makeThreads = [] {}) {
     const TemporaryDirectory folder;
     const std::string source = folder.file("source", "abcdef").string();
     const std::string output = (folder.path() / "output").string();
@@ -40,7 +47,7 @@ int inside(SandboxAccess access, const std::function<int()>& attempt) {
         dup2(high[0], 3);
         dup2(high[1], 4);
         try {
-            enterSandbox(access);
+            enterSandbox(access, sourceSize, makeThreads);
         } catch (const std::exception&) {
             _exit(250);
         }
@@ -61,14 +68,13 @@ int refused(long result) {
 TEST_CASE("what the worker needs works inside the sandbox") {
     CHECK(inside(SandboxAccess::readSourceAndWriteOutput, [] {
               char byte = 0;
+              limitExport(1, sourceSize);
               if (pread(3, &byte, 1, 2) != 1 || byte != 'c' || pwrite(4, "x", 1, 5) != 1 ||
                   pread(4, &byte, 1, 5) != 1 || byte != 'x') {
                   return 1;
               }
-              std::vector<char> memory(64 << 20, 'm');
-              int result = 2;
-              std::thread([&] { result = memory.back() == 'm' ? 0 : 3; }).join();
-              return result;
+              const std::vector<char> memory(64 << 20, 'm');
+              return memory.back() == 'm' ? 0 : 2;
           }) == 0);
 }
 
@@ -118,7 +124,12 @@ TEST_CASE("no socket, program, process or foreign memory is within reach of the 
             return static_cast<long>(execve("/bin/true", none, none));
         },
         [] { return static_cast<long>(fork()); },
-        [] { return syscall(SYS_clone3, nullptr, 0) < 0 && errno == ENOSYS ? (errno = EPERM, -1L) : 0L; },
+        [] { return syscall(SYS_clone3, nullptr, 0); },
+        [] {
+            return syscall(SYS_clone,
+                           CLONE_VM | CLONE_FS | CLONE_FILES | CLONE_SIGHAND | CLONE_THREAD | CLONE_SYSVSEM,
+                           nullptr, nullptr, nullptr, 0);
+        },
         [] { return syscall(SYS_clone, SIGCHLD, nullptr, nullptr, nullptr, 0); },
         [parent] { return ptrace(PTRACE_ATTACH, parent, nullptr, nullptr); },
         [parent] { return static_cast<long>(kill(parent, 0)); },
@@ -135,6 +146,14 @@ TEST_CASE("no socket, program, process or foreign memory is within reach of the 
         },
         [] { return reinterpret_cast<long>(mmap(nullptr, 4096, PROT_READ, MAP_PRIVATE, 3, 0)); },
         [] {
+            return reinterpret_cast<long>(
+                mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_SHARED | MAP_ANONYMOUS, -1, 0));
+        },
+        [] {
+            return reinterpret_cast<long>(mmap(nullptr, 4096, PROT_READ | PROT_WRITE,
+                                               MAP_PRIVATE | MAP_ANONYMOUS | MAP_GROWSDOWN, -1, 0));
+        },
+        [] {
             void* page = mmap(nullptr, 4096, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
             return static_cast<long>(mprotect(page, 4096, PROT_READ | PROT_EXEC));
         },
@@ -149,11 +168,28 @@ TEST_CASE("no socket, program, process or foreign memory is within reach of the 
     }
 }
 
-TEST_CASE("a thread that is started inside the sandbox is locked in as well") {
+TEST_CASE("the threads that were made on entering are locked in as well, and no others can be made") {
+    std::promise<void> entered;
+    std::future<int> result;
+    CHECK(inside(
+              SandboxAccess::readSource,
+              [&] {
+                  entered.set_value();
+                  return result.get();
+              },
+              [&] {
+                  result = std::async(std::launch::async, [&] {
+                      entered.get_future().wait();
+                      return refused(open("/etc/passwd", O_RDONLY));
+                  });
+              }) == 0);
     CHECK(inside(SandboxAccess::readSource, [] {
-              int result = 1;
-              std::thread([&] { result = refused(open("/etc/passwd", O_RDONLY)); }).join();
-              return result;
+              try {
+                  std::thread([] {}).join();
+              } catch (const std::system_error&) {
+                  return 0;
+              }
+              return 1;
           }) == 0);
 }
 
@@ -170,15 +206,59 @@ TEST_CASE("memory beyond any recording's needs isn't given") {
           }) == 0);
 }
 
-TEST_CASE("processor time and output are bounded by the length of the sound") {
+TEST_CASE("memory is bounded in sum, and more tightly until the sound was measured") {
+    // The most that fits, in MiB, in pieces that are each as small as any.
+    const auto available = [] {
+        int pieces = 0;
+        while (pieces < 240 && mmap(nullptr, std::size_t{4} << 20, PROT_READ | PROT_WRITE,
+                                    MAP_PRIVATE | MAP_ANONYMOUS, -1, 0) != MAP_FAILED) {
+            ++pieces;
+        }
+        return pieces;
+    };
+    CHECK(4 * inside(SandboxAccess::readSourceAndWriteOutput, available) < 100);
+    const int measured = 4 * inside(SandboxAccess::readSourceAndWriteOutput, [&] {
+                             limitExport(1, sourceSize);
+                             return available();
+                         });
+    CHECK(measured > 200);
+    CHECK(measured < 330);
+}
+
+TEST_CASE("nothing can be written before the sound was measured") {
     CHECK(inside(SandboxAccess::readSourceAndWriteOutput, [] {
-              limitReading(1000);
-              limitExport(60);
+              std::signal(SIGXFSZ, SIG_IGN);
+              if (pwrite(4, "x", 1, 0) >= 0 || errno != EFBIG) {
+                  return 1;
+              }
+              limitExport(1, sourceSize);
+              return pwrite(4, "x", 1, 0) == 1 ? 0 : 2;
+          }) == 0);
+}
+
+TEST_CASE("even a worker that was taken over can't lift the bounds of processor time and output") {
+    CHECK(inside(SandboxAccess::readSourceAndWriteOutput, [] {
               struct rlimit time{};
               struct rlimit size{};
               getrlimit(RLIMIT_CPU, &time);
               getrlimit(RLIMIT_FSIZE, &size);
-              if (time.rlim_cur != 240 || time.rlim_max != 250) {
+              size.rlim_cur = size.rlim_max;
+              std::signal(SIGXFSZ, SIG_IGN);
+              return time.rlim_max < 600 && setrlimit(RLIMIT_FSIZE, &size) == 0 &&
+                             pwrite(4, "x", 1, off_t{1} << 30) < 0 && errno == EFBIG
+                         ? 0
+                         : 1;
+          }) == 0);
+}
+
+TEST_CASE("processor time and output are bounded by the length of the sound") {
+    CHECK(inside(SandboxAccess::readSourceAndWriteOutput, [] {
+              limitExport(60, sourceSize);
+              struct rlimit time{};
+              struct rlimit size{};
+              getrlimit(RLIMIT_CPU, &time);
+              getrlimit(RLIMIT_FSIZE, &size);
+              if (time.rlim_cur != 135 || time.rlim_max != 145) {
                   return 1;
               }
               std::signal(SIGXFSZ, SIG_IGN);

@@ -197,8 +197,7 @@ TEST_CASE("a worker that makes no progress answers with an error and ends") {
     if (pid == 0) {
         dup2(answer[1], STDOUT_FILENO);
         endWhenStuck(std::chrono::milliseconds(20));
-        for (;;) {
-            pause();
+        for (volatile bool forever = true; forever;) {
         }
     }
     close(answer[1]);
@@ -224,6 +223,21 @@ TEST_CASE("a worker that goes on isn't taken for stuck") {
             noteProgress();
             clock_gettime(CLOCK_MONOTONIC, &now);
         } while (now.tv_sec - begin.tv_sec < 2);
+        _exit(0);
+    }
+    int status = 0;
+    waitpid(pid, &status, 0);
+    CHECK(WIFEXITED(status));
+    CHECK(WEXITSTATUS(status) == 0);
+}
+
+TEST_CASE("a worker that has to wait for the processor isn't taken for stuck") {
+    const pid_t pid = fork();
+    if (pid == 0) {
+        endWhenStuck(std::chrono::milliseconds(100));
+        // Asleep, it gets as much of the processor as behind busier programs.
+        const timespec wait = {1, 0};
+        nanosleep(&wait, nullptr);
         _exit(0);
     }
     int status = 0;

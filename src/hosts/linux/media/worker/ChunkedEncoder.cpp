@@ -83,21 +83,26 @@ struct Job {
 // Reads ahead on one thread and encodes on others, at most so many chunks at a time.
 class Pipeline {
 public:
-    Pipeline(PcmReader& reader, const EncodingPlan& plan)
-        : format_(reader.format()), cutter_(reader, plan),
-          capacity_(static_cast<std::size_t>(plan.threads + chunksBesideEncoders)) {
-        try {
-            threads_.emplace_back([this] { readChunks(); });
-            for (int i = 0; i < plan.threads; ++i) {
-                threads_.emplace_back([this] { encodeChunks(); });
+    Pipeline(PcmReader& reader, const EncodingPlan& plan, Crew& crew, int encoders)
+        : format_(reader.format()), cutter_(reader, plan), crew_(crew),
+          capacity_(static_cast<std::size_t>(encoders + chunksBesideEncoders)) {
+        crew_.begin([this, encoders](int member) {
+            if (member == 0) {
+                readChunks();
+            } else if (member <= encoders) {
+                encodeChunks();
             }
-        } catch (...) {
-            stop();
-            throw;
-        }
+        });
     }
 
-    ~Pipeline() { stop(); }
+    ~Pipeline() {
+        {
+            const std::lock_guard lock(mutex_);
+            stopping_ = true;
+        }
+        changed_.notify_all();
+        crew_.awaitEnd();
+    }
     Pipeline(const Pipeline&) = delete;
     Pipeline& operator=(const Pipeline&) = delete;
 
@@ -127,17 +132,6 @@ public:
     std::int64_t samples() const { return cutter_.samples(); }
 
 private:
-    void stop() {
-        {
-            const std::lock_guard lock(mutex_);
-            stopping_ = true;
-        }
-        changed_.notify_all();
-        for (std::thread& thread : threads_) {
-            thread.join();
-        }
-    }
-
     void readChunks() {
         try {
             while (!cutter_.ended()) {
@@ -193,6 +187,7 @@ private:
 
     PcmFormat format_;
     ChunkCutter cutter_;
+    Crew& crew_;
     std::size_t capacity_;
     std::mutex mutex_;
     std::condition_variable changed_;
@@ -201,15 +196,13 @@ private:
     enum class Reading { goesOn, ended } reading_ = Reading::goesOn;
     std::exception_ptr readError_;
     bool stopping_ = false;
-    std::vector<std::thread> threads_;
 };
 
 } // namespace
 
-EncodingPlan EncodingPlan::forThisMachine() {
-    EncodingPlan plan;
-    plan.threads = static_cast<int>(std::max(1U, std::thread::hardware_concurrency()));
-    return plan;
+int crewForThisMachine() {
+    constexpr unsigned mostEncoders = 16;
+    return 1 + static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1U, mostEncoders));
 }
 
 std::int64_t encodeInSequence(PcmReader& reader, const PacketSink& sink) {
@@ -229,15 +222,16 @@ std::int64_t encodeInSequence(PcmReader& reader, const PacketSink& sink) {
     return samples;
 }
 
-ChunkedEncoder::ChunkedEncoder(PcmReader& reader, const EncodingPlan& plan) : reader_(reader), plan_(plan) {
+ChunkedEncoder::ChunkedEncoder(PcmReader& reader, const EncodingPlan& plan, Crew& crew)
+    : reader_(reader), plan_(plan), crew_(crew) {
     const std::int64_t chunkBytes =
         bufferFrames(plan) * frameSize * reader.format().channels * static_cast<std::int64_t>(sizeof(float));
     const std::int64_t affordable = plan.memory / chunkBytes - chunksBesideEncoders;
-    plan_.threads = static_cast<int>(std::clamp<std::int64_t>(affordable, 1, std::max(1, plan.threads)));
+    encoders_ = static_cast<int>(std::clamp<std::int64_t>(affordable, 1, std::max(1, crew.members() - 1)));
 }
 
 std::int64_t ChunkedEncoder::run(const PacketSink& sink) {
-    Pipeline pipeline(reader_, plan_);
+    Pipeline pipeline(reader_, plan_, crew_, encoders_);
     std::unique_ptr<EncodedChunk> current;
     const auto give = [&](std::int64_t end) {
         for (std::int64_t number = current->firstPacket(); number < end; ++number) {

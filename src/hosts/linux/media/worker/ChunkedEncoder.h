@@ -1,5 +1,6 @@
 #pragma once
 
+#include "hosts/linux/media/worker/Crew.h"
 #include "hosts/linux/media/worker/EncodedChunk.h"
 #include "hosts/linux/media/worker/PcmReader.h"
 
@@ -15,12 +16,11 @@ struct EncodingPlan {
     int chunkFrames = 1300;         // what one encoder contributes: about half a minute
     int prerollFrames = 48;         // what it hears before that, until its rate control has settled
     int shortestPreroll = 32;       // a seam may move earlier, as long as this much was heard
-    int threads = 1;                // encoders at work at once
-    std::int64_t memory = 64 << 20; // bytes of samples held at once; caps the threads
-
-    // A plan for as many threads as this process may use at once. Ask before the sandbox closes.
-    static EncodingPlan forThisMachine();
+    std::int64_t memory = 64 << 20; // bytes of samples held at once; caps the encoders at work at once
 };
+
+// The crew that encodes as fast as this machine can: one member reads, each other has an encoder.
+int crewForThisMachine();
 
 // What encoders give their packets to, in order.
 using PacketSink = std::function<void(std::span<const std::uint8_t> packet)>;
@@ -33,7 +33,8 @@ std::int64_t encodeInSequence(PcmReader& reader, const PacketSink& sink);
 // Where a chunk offers no such frame, its predecessor's encoder encodes it too. Throws ExportError.
 class ChunkedEncoder {
 public:
-    ChunkedEncoder(PcmReader& reader, const EncodingPlan& plan);
+    // The crew is free, and has at least two members.
+    ChunkedEncoder(PcmReader& reader, const EncodingPlan& plan, Crew& crew);
 
     // The sink is called on the calling thread. Returns the sound's length in samples. To be called once.
     std::int64_t run(const PacketSink& sink);
@@ -41,6 +42,8 @@ public:
 private:
     PcmReader& reader_;
     EncodingPlan plan_;
+    Crew& crew_;
+    int encoders_;
 };
 
 } // namespace cadora

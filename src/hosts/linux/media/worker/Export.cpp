@@ -11,7 +11,7 @@
 namespace cadora {
 
 ExportResult exportM4a(const OpenFile& source, const SourceLength& length, const OpenFile& output,
-                       const EncodingPlan& plan) {
+                       const EncodingPlan& plan, Crew& crew) {
     if (length.samples <= 0) {
         throw noDuration();
     }
@@ -21,8 +21,8 @@ ExportResult exportM4a(const OpenFile& source, const SourceLength& length, const
     const auto write = [&](std::span<const std::uint8_t> packet) { writer.write(packet); };
     // For what fits one chunk a single encoder gives the same packets without holding samples.
     const double frames = length.seconds() * reader.format().rate / AacEncoder::frameSize;
-    const std::int64_t samples =
-        frames < plan.chunkFrames ? encodeInSequence(reader, write) : ChunkedEncoder(reader, plan).run(write);
+    const std::int64_t samples = frames < plan.chunkFrames ? encodeInSequence(reader, write)
+                                                           : ChunkedEncoder(reader, plan, crew).run(write);
     writer.finish(samples);
     return {samples, reader.format().rate};
 }

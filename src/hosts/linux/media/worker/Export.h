@@ -17,6 +17,6 @@ struct ExportResult {
 // Converts the sound of the source, whose length was measured, into AAC in M4A in the empty output, which
 // must be readable and writable. Throws ExportError; the output is then of no use.
 ExportResult exportM4a(const OpenFile& source, const SourceLength& length, const OpenFile& output,
-                       const EncodingPlan& plan);
+                       const EncodingPlan& plan, Crew& crew);
 
 } // namespace cadora

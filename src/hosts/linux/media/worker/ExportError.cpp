@@ -1,5 +1,7 @@
 #include "hosts/linux/media/worker/ExportError.h"
 
+#include "hosts/linux/media/worker/Bounds.h"
+
 #include <cstring>
 #include <utility>
 
@@ -37,9 +39,27 @@ ExportError damaged() {
     return {ExportFailure::cannotDecode, "The sound in this file is damaged and couldn’t be decoded."};
 }
 
+ExportError implausibleRate(int rate) {
+    return {ExportFailure::cannotDecode, "The sound in this file couldn’t be converted: it claims " +
+                                             std::to_string(rate) +
+                                             " samples a second, and no recording has fewer than " +
+                                             std::to_string(lowestSampleRate) + "."};
+}
+
+ExportError implausibleLength() {
+    return {ExportFailure::outOfResources,
+            "The file claims to be longer than any recording of its size; it is probably damaged."};
+}
+
 ExportError outOfMemory() {
     return {ExportFailure::outOfResources,
             "The file asks for more memory than any recording needs; it is probably damaged."};
+}
+
+void requirePlausibleRate(int rate) {
+    if (rate < lowestSampleRate) {
+        throw implausibleRate(rate);
+    }
 }
 
 } // namespace cadora

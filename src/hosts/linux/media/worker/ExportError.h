@@ -38,5 +38,10 @@ ExportError noSound();
 ExportError noDuration();
 ExportError damaged();
 ExportError outOfMemory();
+ExportError implausibleRate(int rate); // Hz
+ExportError implausibleLength();
+
+// Throws implausibleRate for fewer samples a second (Hz) than any recording has.
+void requirePlausibleRate(int rate);
 
 } // namespace cadora

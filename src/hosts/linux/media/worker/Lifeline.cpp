@@ -31,7 +31,7 @@ void answerAndEnd(const std::string& answer) {
 }
 
 void onTimer(int) {
-    // Two silent periods, so that a process that was stopped for a while gets its chance.
+    // The first period may have begun just before the last progress.
     static unsigned seen = 0;
     static int silentPeriods = 0;
     const unsigned now = progress.load(std::memory_order_relaxed);
@@ -96,7 +96,7 @@ void endWhenStuck(std::chrono::milliseconds period) {
     sigemptyset(&action.sa_mask);
     action.sa_flags = SA_RESTART;
     action.sa_handler = &onTimer;
-    sigaction(SIGALRM, &action, nullptr);
+    sigaction(SIGPROF, &action, nullptr);
     action.sa_handler = &onProcessorLimit;
     sigaction(SIGXCPU, &action, nullptr);
     // Too large an output is to be an error of the write that meets it.
@@ -106,7 +106,7 @@ void endWhenStuck(std::chrono::milliseconds period) {
     timer.it_interval.tv_sec = period.count() / 1000;
     timer.it_interval.tv_usec = period.count() % 1000 * 1000;
     timer.it_value = timer.it_interval;
-    setitimer(ITIMER_REAL, &timer, nullptr);
+    setitimer(ITIMER_PROF, &timer, nullptr);
 }
 
 void noteProgress() {

@@ -12,7 +12,7 @@ public:
     // Before the sandbox closes.
     Lifeline();
 
-    // Afterwards: starts the thread that watches standard input, where that is the sign.
+    // Starts the thread that watches standard input, where that is the sign.
     void watch() const;
 
 private:
@@ -23,8 +23,9 @@ private:
 // started later inherit it.
 void yieldToTheUser();
 
-// From now on a worker that makes no progress for two periods, or runs out of its processor time, answers
-// with an error of its own and ends.
+// From now on a worker that makes no progress for two periods of its own processor time, or uses up all that
+// it may have, answers with an error of its own and ends. What waits for its turn behind the user's programs
+// isn't stuck.
 void endWhenStuck(std::chrono::milliseconds period = std::chrono::seconds(40));
 
 // Tells that the work goes on. From any thread.

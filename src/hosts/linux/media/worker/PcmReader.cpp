@@ -92,6 +92,7 @@ void PcmReader::configure(const AVFrame& frame) {
     if (frame.sample_rate <= 0 || frame.ch_layout.nb_channels <= 0) {
         throw damaged();
     }
+    requirePlausibleRate(frame.sample_rate);
     AVChannelLayout in = knownLayout(frame.ch_layout);
     AVChannelLayout out{};
     av_channel_layout_default(&out, format_.channels);

@@ -1,13 +1,15 @@
 #include "hosts/linux/media/worker/Sandbox.h"
 
+#include "hosts/linux/media/worker/Bounds.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <csignal>
 #include <cstring>
 #include <ctime>
+#include <fstream>
 #include <memory>
-#include <sched.h>
 #include <seccomp.h>
 #include <stdexcept>
 #include <string>
@@ -76,14 +78,17 @@ public:
     }
 
     void allow(int call, const std::vector<scmp_arg_cmp>& arguments = {}) {
-        add(SCMP_ACT_ALLOW, call, arguments);
+        const int result = seccomp_rule_add_array(context_.get(), SCMP_ACT_ALLOW, call,
+                                                  static_cast<unsigned>(arguments.size()), arguments.data());
+        if (result != 0) {
+            fail("seccomp", -result);
+        }
     }
 
-    // The C library falls back to an older call.
-    void pretendMissing(int call) { add(SCMP_ACT_ERRNO(ENOSYS), call, {}); }
-
+    // For all threads of this process.
     void load() {
-        const int result = seccomp_load(context_.get());
+        int result = seccomp_attr_set(context_.get(), SCMP_FLTATR_CTL_TSYNC, 1);
+        result = result != 0 ? result : seccomp_load(context_.get());
         if (result != 0) {
             fail("seccomp", -result);
         }
@@ -93,14 +98,6 @@ private:
     struct Release {
         void operator()(void* context) const { seccomp_release(context); }
     };
-
-    void add(std::uint32_t action, int call, const std::vector<scmp_arg_cmp>& arguments) {
-        const int result = seccomp_rule_add_array(context_.get(), action, call,
-                                                  static_cast<unsigned>(arguments.size()), arguments.data());
-        if (result != 0) {
-            fail("seccomp", -result);
-        }
-    }
 
     std::unique_ptr<void, Release> context_;
 };
@@ -124,14 +121,14 @@ void filterSystemCalls(SandboxAccess access) {
         filter.allow(SCMP_SYS(pwrite64), {equals(0, output)});
     }
     // Memory, but none that could be executed.
-    filter.allow(SCMP_SYS(mmap), {hasBits(2, PROT_EXEC, 0), hasBits(3, MAP_ANONYMOUS, MAP_ANONYMOUS)});
+    filter.allow(SCMP_SYS(mmap),
+                 {hasBits(2, PROT_EXEC, 0),
+                  hasBits(3, MAP_PRIVATE | MAP_SHARED | MAP_ANONYMOUS | MAP_GROWSDOWN | MAP_HUGETLB,
+                          MAP_PRIVATE | MAP_ANONYMOUS)});
     filter.allow(SCMP_SYS(mprotect), {hasBits(2, PROT_EXEC, 0)});
     for (const int call : {SCMP_SYS(munmap), SCMP_SYS(mremap), SCMP_SYS(brk), SCMP_SYS(madvise)}) {
         filter.allow(call);
     }
-    // Threads of this process. The newer call hides its flags behind a pointer.
-    filter.pretendMissing(SCMP_SYS(clone3));
-    filter.allow(SCMP_SYS(clone), {hasBits(0, CLONE_THREAD | CLONE_VM, CLONE_THREAD | CLONE_VM)});
     for (const int call : {SCMP_SYS(futex), SCMP_SYS(set_robust_list), SCMP_SYS(rseq), SCMP_SYS(sched_yield),
                            SCMP_SYS(sched_getaffinity), SCMP_SYS(gettid), SCMP_SYS(getpid), SCMP_SYS(exit),
                            SCMP_SYS(exit_group), SCMP_SYS(restart_syscall)}) {
@@ -147,26 +144,42 @@ void filterSystemCalls(SandboxAccess access) {
     filter.load();
 }
 
-constexpr rlim_t memory = rlim_t{768} << 20; // an hour's export takes about 100 MiB
-
-void limit(__rlimit_resource resource, rlim_t soft, rlim_t hard) {
+void limit(__rlimit_resource resource, std::int64_t soft, std::int64_t hard) {
     rlimit current{};
     if (getrlimit(resource, &current) != 0) {
-        return;
+        fail("getrlimit", errno);
     }
-    const rlimit wanted = {std::min(soft, current.rlim_max), std::min(hard, current.rlim_max)};
-    setrlimit(resource, &wanted);
+    const rlimit wanted = {std::min(static_cast<rlim_t>(soft), current.rlim_max),
+                           std::min(static_cast<rlim_t>(hard), current.rlim_max)};
+    if (setrlimit(resource, &wanted) != 0) {
+        fail("setrlimit", errno);
+    }
 }
 
-rlim_t usedProcessorSeconds() {
+// In bytes, of which most are the libraries' and never touched.
+std::int64_t addressSpace(std::istream& counts) {
+    std::int64_t pages = 0;
+    if (!(counts >> pages)) {
+        fail("/proc/self/statm", EIO);
+    }
+    return pages * sysconf(_SC_PAGESIZE);
+}
+
+void limitBySource(std::int64_t sourceSize, std::int64_t own) {
+    limit(RLIMIT_AS, own + measuringMemory(sourceSize), own + largestMemory(sourceSize));
+    limit(RLIMIT_CPU, measuringTime(sourceSize), longestTime(sourceSize));
+    limit(RLIMIT_FSIZE, 0, largestOutput(sourceSize));
+}
+
+std::int64_t usedProcessorSeconds() {
     timespec time{};
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
-    return static_cast<rlim_t>(time.tv_sec);
+    return time.tv_sec;
 }
 
 } // namespace
 
-void enterSandbox(SandboxAccess access) {
+void enterSandbox(SandboxAccess access, std::int64_t sourceSize, const std::function<void()>& makeThreads) {
     const unsigned firstUnused = access == SandboxAccess::readSource ? output : output + 1;
     if (close_range(firstUnused, UINT_MAX, 0) != 0) {
         fail("close_range", errno);
@@ -175,25 +188,24 @@ void enterSandbox(SandboxAccess access) {
         fail("no_new_privs", errno);
     }
     prctl(PR_SET_DUMPABLE, 0, 0, 0, 0);
-    forbidFilesAndNetwork();
+    std::ifstream memoryCounts("/proc/self/statm");
+    forbidFilesAndNetwork(); // concerns this thread and those that it makes
+    makeThreads();
+    limitBySource(sourceSize, addressSpace(memoryCounts));
+    memoryCounts.close();
     limit(RLIMIT_NOFILE, firstUnused, firstUnused);
     limit(RLIMIT_CORE, 0, 0);
-    limit(RLIMIT_DATA, memory, memory);
     filterSystemCalls(access);
 }
 
-void limitReading(std::int64_t fileSize) {
-    // The slowest decoder needs about a second for 5 MB.
-    constexpr std::int64_t bytesPerSecond = 500000;
-    limit(RLIMIT_CPU, 60 + static_cast<rlim_t>(fileSize / bytesPerSecond), RLIM_INFINITY);
-}
-
-void limitExport(double seconds) {
-    // Half of real time, where a processor does thirty times as much; four times the usual bit rate.
-    const auto whole = static_cast<rlim_t>(std::clamp(seconds, 0.0, 1e9));
-    const rlim_t time = usedProcessorSeconds() + 120 + 2 * whole;
+void limitExport(double seconds, std::int64_t sourceSize) {
+    rlimit space{};
+    getrlimit(RLIMIT_AS, &space);
+    space.rlim_cur = space.rlim_max;
+    setrlimit(RLIMIT_AS, &space);
+    const std::int64_t time = usedProcessorSeconds() + exportTime(seconds);
     limit(RLIMIT_CPU, time, time + 10);
-    const rlim_t size = (rlim_t{4} << 20) + 128000 * whole;
+    const std::int64_t size = outputSize(seconds, sourceSize);
     limit(RLIMIT_FSIZE, size, size);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 
 namespace cadora {
 
@@ -9,18 +10,17 @@ namespace cadora {
 enum class SandboxAccess { readSource, readSourceAndWriteOutput };
 
 // Gives up everything but memory, threads of its own and the descriptors above: afterwards no file can be
-// opened, no socket made, no program started and no other process looked at, and no memory becomes code.
-// It can't be undone. The other descriptors are closed. To be called before a second thread exists, since
-// only later threads are locked in as well. Throws std::runtime_error if the system can't do it; then
-// nothing untrusted must be read.
-void enterSandbox(SandboxAccess access);
+// opened, no socket made, no program or thread started and no other process looked at, and no memory becomes
+// code. It can't be undone. The other descriptors are closed. To be called before a second thread exists:
+// those that the work needs are made by `makeThreads` and are locked in as well. Throws std::runtime_error if
+// the system can't do it; then nothing untrusted must be read.
+//
+// From then on memory, processor time and the output are bounded by the size of the source in bytes, as
+// Bounds.h says, and nothing can be written yet.
+void enterSandbox(SandboxAccess access, std::int64_t sourceSize, const std::function<void()>& makeThreads);
 
-// Bounds that an honest recording stays far below, so that a dishonest one can't take the machine with
-// it: memory is bounded by the sandbox, processor time (SIGXCPU) and the output's size (SIGXFSZ) by these.
-// Both can be called inside the sandbox.
-// Before anything is known but the size of the file in bytes:
-void limitReading(std::int64_t fileSize);
-// Once the length of the sound in seconds is known; final.
-void limitExport(double seconds);
+// Once the length of the sound in seconds is known: opens the output and sets the bounds that follow from the
+// length. To be called inside the sandbox; final.
+void limitExport(double seconds, std::int64_t sourceSize);
 
 } // namespace cadora

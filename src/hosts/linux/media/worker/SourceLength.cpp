@@ -1,7 +1,9 @@
 #include "hosts/linux/media/worker/SourceLength.h"
 
 #include "hosts/linux/media/worker/AudioSource.h"
+#include "hosts/linux/media/worker/Bounds.h"
 #include "hosts/linux/media/worker/CafPacketTable.h"
+#include "hosts/linux/media/worker/ExportError.h"
 
 extern "C" {
 #include <libavutil/avstring.h>
@@ -90,6 +92,7 @@ SourceLength decodedLength(const OpenFile& file) {
     SourceLength length;
     length.rate = std::max(1, source.stream().codecpar->sample_rate);
     while (const AVFrame* frame = source.nextFrame()) {
+        requirePlausibleRate(frame->sample_rate);
         length.rate = frame->sample_rate;
         length.samples += frame->nb_samples;
     }
@@ -120,12 +123,13 @@ SourceLength movieLength(const AudioSource& edited) {
             SourceLength::Extent::markedPart};
 }
 
-} // namespace
-
-SourceLength measureSource(const OpenFile& file) {
+SourceLength measure(const OpenFile& file) {
     AudioSource source(file);
     const AVStream& stream = source.stream();
     const int rate = stream.codecpar->sample_rate;
+    if (rate > 0) {
+        requirePlausibleRate(rate);
+    }
     if (rate <= 0 || !hasExactPackets(source)) {
         return decodedLength(file);
     }
@@ -147,6 +151,19 @@ SourceLength measureSource(const OpenFile& file) {
         return decodedLength(file);
     }
     return {*scanned, rate};
+}
+
+} // namespace
+
+SourceLength measureSource(const OpenFile& file) {
+    const SourceLength length = measure(file);
+    if (length.samples > 0) {
+        requirePlausibleRate(length.rate);
+    }
+    if (length.seconds() > longestSoundIn(file.size)) {
+        throw implausibleLength();
+    }
+    return length;
 }
 
 } // namespace cadora

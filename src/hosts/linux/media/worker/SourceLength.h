@@ -20,7 +20,8 @@ struct SourceLength {
 };
 
 // Measures the sound of a file, whatever its headers claim: raw samples by the bytes that are there,
-// compressed sound by its packets, and by decoding where packets don't tell. Throws ExportError.
+// compressed sound by its packets, and by decoding where packets don't tell. Throws ExportError, also
+// for what is longer than its bytes can be or sampled more slowly than sound is.
 SourceLength measureSource(const OpenFile& file);
 
 } // namespace cadora

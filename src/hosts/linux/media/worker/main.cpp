@@ -1,4 +1,5 @@
 #include "hosts/linux/media/worker/Answer.h"
+#include "hosts/linux/media/worker/Bounds.h"
 #include "hosts/linux/media/worker/Export.h"
 #include "hosts/linux/media/worker/Lifeline.h"
 #include "hosts/linux/media/worker/Sandbox.h"
@@ -13,6 +14,8 @@ extern "C" {
 #include <cstdio>
 #include <malloc.h>
 #include <new>
+#include <optional>
+#include <pthread.h>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -36,12 +39,18 @@ void restoreSignals() {
     sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-void boundAllocations() {
+void arrangeMemory() {
     constexpr int largeBlock = 1 << 20;
-    constexpr std::size_t largestBlock = std::size_t{256} << 20;
     // Blocks of samples go back to the system at once, instead of fragmenting the heap.
     mallopt(M_MMAP_THRESHOLD, largeBlock);
-    av_max_alloc(largestBlock);
+    // A heap for each thread would take much of the address space, which is bounded, and gain nothing.
+    mallopt(M_ARENA_MAX, 1);
+    pthread_attr_t attributes;
+    pthread_attr_init(&attributes);
+    constexpr std::size_t stackSize = std::size_t{4} << 20;
+    pthread_attr_setstacksize(&attributes, stackSize);
+    pthread_setattr_default_np(&attributes);
+    pthread_attr_destroy(&attributes);
 }
 
 std::string work(Verb verb) {
@@ -50,20 +59,23 @@ std::string work(Verb verb) {
     if (verb == Verb::exportSound) {
         output = OpenFile::output(outputDescriptor);
     }
+    av_max_alloc(static_cast<std::size_t>(largestBlock(source.size)));
     const Lifeline lifeline;
-    const EncodingPlan plan = EncodingPlan::forThisMachine();
+    const int members = verb == Verb::exportSound ? crewForThisMachine() : 0;
+    std::optional<Crew> crew;
     yieldToTheUser();
     endWhenStuck();
-    enterSandbox(verb == Verb::duration ? SandboxAccess::readSource
-                                        : SandboxAccess::readSourceAndWriteOutput);
-    lifeline.watch();
-    limitReading(source.size);
+    enterSandbox(verb == Verb::duration ? SandboxAccess::readSource : SandboxAccess::readSourceAndWriteOutput,
+                 source.size, [&] {
+                     lifeline.watch();
+                     crew.emplace(members);
+                 });
     const SourceLength length = measureSource(source);
     if (verb == Verb::duration) {
         return lengthAnswer(length);
     }
-    limitExport(length.seconds());
-    return exportAnswer(exportM4a(source, length, output, plan));
+    limitExport(length.seconds(), source.size);
+    return exportAnswer(exportM4a(source, length, output, EncodingPlan(), *crew));
 }
 
 // Ends the process without the exit handlers of the libraries, which are for those that live on.
@@ -83,7 +95,7 @@ int main(int argc, char** argv) {
         return 2;
     }
     restoreSignals();
-    boundAllocations();
+    arrangeMemory();
     av_log_set_level(AV_LOG_QUIET);
     try {
         end(work(verb == "duration" ? Verb::duration : Verb::exportSound), 0);
