@@ -1,5 +1,7 @@
 #include "service/Connection.h"
 
+#include "service/HttpMessages.h"
+
 #include <algorithm>
 #include <array>
 #include <cerrno>
@@ -7,7 +9,6 @@
 #include <cstring>
 #include <utility>
 
-#include <arpa/inet.h>
 #include <netinet/in.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -24,13 +25,6 @@ constexpr int sendFlags = MSG_NOSIGNAL;
 #else
 constexpr int sendFlags = 0;
 #endif
-
-void address(const sockaddr_in& from, std::string& ip, int& port) {
-    std::array<char, INET_ADDRSTRLEN> text{};
-    inet_ntop(AF_INET, &from.sin_addr, text.data(), text.size());
-    ip = text.data();
-    port = ntohs(from.sin_port);
-}
 
 } // namespace
 
@@ -63,9 +57,9 @@ Connection::Next Connection::awaitRequest(std::chrono::milliseconds limit) {
     return ::poll(&watched, 1, static_cast<int>(limit.count())) > 0 ? Next::request : Next::nothing;
 }
 
-void Connection::beginRequest() {
+Connection::HeadEnd Connection::readHead() {
+    constexpr std::string_view end = "\r\n\r\n";
     fault_ = {};
-    reading_ = Reading::head;
     head_.clear();
     bodyLength_ = 0;
     bodyReceived_ = 0;
@@ -73,10 +67,24 @@ void Connection::beginRequest() {
     gathered_.clear();
     sent_ = 0;
     headLength_.reset();
+    while (head_.size() <= longestHead) {
+        if (aheadBegin_ == aheadEnd_ && !readAhead()) {
+            return HeadEnd::broken;
+        }
+        const std::size_t searched = head_.size() < end.size() ? 0 : head_.size() - end.size();
+        head_.append(ahead_.data() + aheadBegin_, aheadEnd_ - aheadBegin_);
+        aheadBegin_ = aheadEnd_;
+        if (const std::size_t place = head_.find(end, searched); place != std::string::npos) {
+            // What follows the head was read with it, and is the body's.
+            aheadBegin_ -= head_.size() - (place + end.size());
+            head_.resize(place + end.size());
+            return HeadEnd::complete;
+        }
+    }
+    return HeadEnd::tooLong;
 }
 
 void Connection::expectBody(std::optional<std::uint64_t> length, Expectation expectation) {
-    reading_ = Reading::body;
     bodyLength_ = length;
     expectation_ = expectation;
     releasesSeen_ = stalls_.releases();
@@ -112,22 +120,18 @@ ssize_t Connection::receive(std::span<char> space) {
     return count;
 }
 
-ssize_t Connection::read(char* pointer, size_t size) {
-    if (aheadBegin_ == aheadEnd_) {
-        const ssize_t count = receive(ahead_);
-        if (count <= 0) {
-            return count;
-        }
-        aheadBegin_ = 0;
-        aheadEnd_ = static_cast<std::size_t>(count);
-    }
-    const std::size_t count = std::min(size, aheadEnd_ - aheadBegin_);
-    std::memcpy(pointer, ahead_.data() + aheadBegin_, count);
+bool Connection::readAhead() {
+    const ssize_t count = receive(ahead_);
+    aheadBegin_ = 0;
+    aheadEnd_ = count > 0 ? static_cast<std::size_t>(count) : 0;
+    return count > 0;
+}
+
+std::size_t Connection::takeAhead(std::span<char> space) {
+    const std::size_t count = std::min(space.size(), aheadEnd_ - aheadBegin_);
+    std::memcpy(space.data(), ahead_.data() + aheadBegin_, count);
     aheadBegin_ += count;
-    if (reading_ == Reading::head) {
-        head_.append(pointer, count);
-    }
-    return static_cast<ssize_t>(count);
+    return count;
 }
 
 std::size_t Connection::readBody(std::span<char> space) {
@@ -149,7 +153,7 @@ std::size_t Connection::readBody(std::span<char> space) {
             wanted = std::min(wanted, fault_.pace->bytes - bodyReceived_ % fault_.pace->bytes);
         }
         const std::span<char> rest = space.subspan(filled, static_cast<std::size_t>(wanted));
-        const ssize_t count = aheadBegin_ < aheadEnd_ ? read(rest.data(), rest.size()) : receive(rest);
+        const ssize_t count = aheadBegin_ < aheadEnd_ ? static_cast<ssize_t>(takeAhead(rest)) : receive(rest);
         if (count <= 0) {
             break;
         }
@@ -183,15 +187,12 @@ void Connection::discardBody() {
     }
 }
 
-ssize_t Connection::write(const char* pointer, size_t size) {
-    if (!is_writable()) {
-        return -1;
+bool Connection::write(std::string_view bytes) {
+    if (!takesAnswers()) {
+        return false;
     }
-    gathered_.append(pointer, size);
-    if (gathered_.size() >= flushThreshold && !flush()) {
-        return -1;
-    }
-    return static_cast<ssize_t>(size);
+    gathered_.append(bytes);
+    return gathered_.size() < flushThreshold || flush();
 }
 
 bool Connection::flush() {
@@ -307,20 +308,6 @@ void Connection::close() {
         }
         forgotten += static_cast<std::size_t>(count);
     }
-}
-
-void Connection::get_remote_ip_and_port(std::string& ip, int& port) const {
-    sockaddr_in from{};
-    socklen_t length = sizeof from;
-    ::getpeername(socket_, reinterpret_cast<sockaddr*>(&from), &length);
-    address(from, ip, port);
-}
-
-void Connection::get_local_ip_and_port(std::string& ip, int& port) const {
-    sockaddr_in from{};
-    socklen_t length = sizeof from;
-    ::getsockname(socket_, reinterpret_cast<sockaddr*>(&from), &length);
-    address(from, ip, port);
 }
 
 } // namespace cadora::service

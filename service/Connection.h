@@ -12,7 +12,6 @@
 #include <string_view>
 #include <vector>
 
-#include <httplib.h>
 #include <openssl/ssl.h>
 
 namespace cadora::service {
@@ -20,16 +19,16 @@ namespace cadora::service {
 /// How a request's body arrived.
 enum class BodyEnd { complete, tooLong, broken };
 
-/// One accepted connection, plain or TLS, beneath the library's parser. It reads ahead for the head and
-/// in large pieces for the body, gathers an answer until flush(), and is where faults cut a transfer: only
+/// One accepted connection, plain or TLS, beneath the parser. It reads ahead for the head and in large
+/// pieces for the body, gathers an answer until flush(), and is where faults cut a transfer: only
 /// here do all bytes pass. Used by the one thread that serves the connection.
-class Connection final : public httplib::Stream {
+class Connection final {
 public:
     /// Does not take the socket over. `tls` is null for plain HTTP.
     Connection(int socket, SSL_CTX* tls, Stalls& stalls);
     Connection(const Connection&) = delete;
     Connection& operator=(const Connection&) = delete;
-    ~Connection() override;
+    ~Connection();
 
     enum class Handshake { done, failed };
     Handshake accept();
@@ -38,8 +37,9 @@ public:
     /// Waits for the first byte of a request.
     Next awaitRequest(std::chrono::milliseconds limit);
 
-    /// Starts a request, whose head is read next.
-    void beginRequest();
+    enum class HeadEnd { complete, tooLong, broken };
+    /// Starts a request and reads its head.
+    HeadEnd readHead();
     /// The head that was read, with its empty line.
     const std::string& head() const { return head_; }
 
@@ -62,11 +62,15 @@ public:
     void discardBody();
     std::uint64_t bodyReceived() const { return bodyReceived_; }
 
+    /// Gathers what is sent later. False when the connection can't be used any more.
+    bool write(std::string_view bytes);
     /// Sends what was gathered. False when the connection can't be used any more.
     bool flush();
     /// Sends nothing more, and nothing of what was gathered.
     void drop(Interruption interruption);
     bool usable() const { return usable_; }
+    /// Whether what is written still becomes part of the answer.
+    bool takesAnswers() const { return usable_ && !answersEnded_; }
     /// Ignores what is written from now on; the connection then ends as close() does it.
     void endAnswers() { answersEnded_ = true; }
 
@@ -74,16 +78,10 @@ public:
     /// peer sends.
     void close();
 
-    bool is_readable() const override { return usable_; }
-    bool is_writable() const override { return usable_ && !answersEnded_; }
-    ssize_t read(char* pointer, size_t size) override;
-    ssize_t write(const char* pointer, size_t size) override;
-    void get_remote_ip_and_port(std::string& ip, int& port) const override;
-    void get_local_ip_and_port(std::string& ip, int& port) const override;
-    socket_t socket() const override { return socket_; }
-
 private:
     ssize_t receive(std::span<char> space);
+    bool readAhead();
+    std::size_t takeAhead(std::span<char> space);
     bool sendAll(std::string_view bytes);
     bool sendFaultily(std::string_view bytes);
     void interrupt(Interruption interruption);
@@ -106,7 +104,6 @@ private:
 
     Fault fault_;
     std::uint64_t releasesSeen_ = 0;
-    enum class Reading { head, body } reading_ = Reading::head;
     std::string head_;
     std::optional<std::uint64_t> bodyLength_ = 0;
     std::uint64_t bodyReceived_ = 0;

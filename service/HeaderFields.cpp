@@ -4,19 +4,8 @@
 
 namespace cadora::service {
 
-HeaderFields::HeaderFields(std::string_view head) {
-    std::size_t start = std::min(head.find('\n'), head.size() - 1) + 1;
-    while (start < head.size()) {
-        const std::size_t end = std::min(head.find('\n', start), head.size());
-        std::string_view line = head.substr(start, end - start);
-        if (line.ends_with('\r')) {
-            line.remove_suffix(1);
-        }
-        if (const std::size_t colon = line.find(':'); colon != std::string_view::npos) {
-            fields_.emplace(lowered(std::string(line.substr(0, colon))), trimmed(line.substr(colon + 1)));
-        }
-        start = end + 1;
-    }
+void HeaderFields::add(std::string_view name, std::string_view value) {
+    fields_.emplace(lowered(std::string(name)), value);
 }
 
 std::vector<std::string> HeaderFields::values(const std::string& name) const {

@@ -7,13 +7,10 @@
 
 namespace cadora::service {
 
-/// The header fields of a request exactly as they were sent. The library's own percent-decodes their values
-/// and drops empty ones, which would let a wrong credential or length pass for a right one.
+/// The header fields of a request exactly as they were sent.
 class HeaderFields {
 public:
-    HeaderFields() = default;
-    /// Takes a request's head apart, from its request line to the empty line.
-    explicit HeaderFields(std::string_view head);
+    void add(std::string_view name, std::string_view value);
 
     /// The values of a field in the order sent, without the blanks around them. The name is in lower case.
     std::vector<std::string> values(const std::string& name) const;

@@ -71,29 +71,35 @@ std::optional<std::uint64_t> number(std::string_view text) {
     return value;
 }
 
-void answer(httplib::Response& response, int status, const nlohmann::json& body) {
+Response answer(int status, const nlohmann::json& body) {
+    Response response;
     response.status = status;
-    response.set_content(body.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace), json);
+    response.setBody(body.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace), json);
+    return response;
 }
 
-void refuse(httplib::Response& response, int status, const std::string& text) {
-    answer(response, status, {{"error", text}});
+Response refusal(int status, const std::string& text) {
+    return answer(status, {{"error", text}});
 }
 
-enum class MethodIs { allowed, refused };
+Response page(std::string text) {
+    Response response;
+    response.setBody(std::move(text), html);
+    return response;
+}
 
-MethodIs requireMethod(const httplib::Request& request, httplib::Response& response,
-                       std::initializer_list<std::string_view> methods) {
+/// The answer to a method that the path does not take, absent for one that it takes.
+std::optional<Response> wrongMethod(const Request& request, std::initializer_list<std::string_view> methods) {
     if (std::find(methods.begin(), methods.end(), request.method) != methods.end()) {
-        return MethodIs::allowed;
+        return std::nullopt;
     }
     std::string list;
     for (const std::string_view method : methods) {
         list.append(list.empty() ? "" : ", ").append(method);
     }
-    response.set_header("Allow", list);
-    refuse(response, 405, "this path takes " + list);
-    return MethodIs::refused;
+    Response response = refusal(405, "this path takes " + list);
+    response.headers.emplace("Allow", list);
+    return response;
 }
 
 std::string mediaType(const std::string& field) {
@@ -141,11 +147,7 @@ nlohmann::json listed(const Post& post, const ObjectStore& objects, const std::s
 Server::Server(Settings settings, std::ostream& log)
     : settings_(std::move(settings)), objects_(prepared(settings_.data)),
       posts_(settings_.data / "posts.json"), signer_(signingSecret(settings_.data / "signing-key")),
-      log_(log), listener_(
-                     idleConnection, [this](int socket) { serveConnection(socket); },
-                     [this](const httplib::Request& request, httplib::Response& response) {
-                         handle(*current_, request, response);
-                     }) {
+      log_(log) {
     if (!settings_.certificate.empty()) {
         tls_.reset(SSL_CTX_new(TLS_server_method()));
         SSL_CTX_set_min_proto_version(tls_.get(), TLS1_2_VERSION);
@@ -159,23 +161,24 @@ Server::Server(Settings settings, std::ostream& log)
         }
     }
 
-    const int port = listener_.bind(settings_.port);
-    if (port < 0) {
+    try {
+        listener_.emplace(settings_.port, [this](int socket) { serveConnection(socket); });
+    } catch (const std::system_error&) {
         throw StartError("can't listen on port " + std::to_string(settings_.port) + " of " + loopback);
     }
-    origin_ = std::string(tls_ ? "https://" : "http://") + loopback + ":" + std::to_string(port);
+    origin_ = std::string(tls_ ? "https://" : "http://") + loopback + ":" + std::to_string(listener_->port());
 }
 
 Server::~Server() = default;
 
 void Server::serve() {
-    listener_.accept();
+    listener_->accept();
 }
 
 void Server::stop() {
     stopping_ = true;
     stalls_.stop();
-    listener_.end();
+    listener_->end();
     const std::lock_guard lock(socketsMutex_);
     for (const int socket : sockets_) {
         ::shutdown(socket, SHUT_RDWR);
@@ -194,8 +197,6 @@ void Server::serveConnection(int socket) {
     sockets_.erase(socket);
 }
 
-thread_local Server::Exchange* Server::current_ = nullptr;
-
 void Server::serveRequests(int socket) {
     const int on = 1;
     ::setsockopt(socket, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
@@ -204,24 +205,30 @@ void Server::serveRequests(int socket) {
         return;
     }
     const std::int64_t number = ++connections_;
-    bool closing = false;
-    while (!closing && !stopping_ && connection.awaitRequest(idleConnection) == Connection::Next::request) {
-        serveRequest(connection, number, closing);
+    Then then = Then::goOn;
+    while (then == Then::goOn && !stopping_ &&
+           connection.awaitRequest(idleConnection) == Connection::Next::request) {
+        then = serveRequest(connection, number);
     }
     connection.close();
 }
 
-void Server::serveRequest(Connection& connection, std::int64_t number, bool& closing) {
+Server::Then Server::serveRequest(Connection& connection, std::int64_t number) {
+    const Connection::HeadEnd head = connection.readHead();
+    if (head == Connection::HeadEnd::broken) {
+        return Then::close;
+    }
     Exchange exchange(connection);
     exchange.entry.connection = number;
     const auto started = std::chrono::steady_clock::now();
-    connection.beginRequest();
-    current_ = &exchange;
-    bool closedByPeer = false;
-    const bool served = listener_.process(connection, closedByPeer,
-                                          [&](httplib::Request& request) { begin(exchange, request); });
-    current_ = nullptr;
-    const bool bodyTaken = connection.bodyEnd() == BodyEnd::complete;
+    if (std::optional<Request> request = parseRequest(connection.head())) {
+        exchange.request = *std::move(request);
+        begin(exchange);
+        send(exchange, handle(exchange));
+    } else {
+        exchange.request.keepsConnection = false;
+        send(exchange, refusal(400, "this is no request of HTTP/1.1"));
+    }
     if (exchange.kind == Exchange::Kind::service) {
         const std::chrono::duration<double, std::milli> took = std::chrono::steady_clock::now() - started;
         exchange.entry.durationMs = took.count();
@@ -229,18 +236,48 @@ void Server::serveRequest(Connection& connection, std::int64_t number, bool& clo
         exchange.entry.ended = true;
         log_.end(exchange.entry);
     }
-    closing = !connection.flush() || !served || closedByPeer || !bodyTaken ||
-              exchange.kind == Exchange::Kind::unread;
+    const bool goesOn = connection.flush() && exchange.request.keepsConnection && connection.takesAnswers();
+    return goesOn ? Then::goOn : Then::close;
 }
 
-void Server::begin(Exchange& exchange, httplib::Request& request) {
+void Server::send(Exchange& exchange, Response response) {
+    Connection& connection = exchange.connection;
+    if (!exchange.request.keepsConnection) {
+        response.headers.emplace("Connection", "close");
+    } else {
+        response.headers.emplace("Keep-Alive", "timeout=" + std::to_string(idleConnection.count()));
+    }
+    if (!response.has("Content-Length")) {
+        response.headers.emplace("Content-Length", std::to_string(response.length()));
+    }
+    connection.write(headOf(response));
+    if (exchange.request.method == "HEAD") {
+        return;
+    }
+    if (!response.file) {
+        connection.write(response.body);
+        return;
+    }
+    std::ifstream file(response.file->file, std::ios::binary);
+    file.seekg(static_cast<std::streamoff>(response.file->offset));
+    std::string piece;
+    for (std::uint64_t left = response.file->length; left > 0 && file; left -= piece.size()) {
+        piece.resize(static_cast<std::size_t>(std::min<std::uint64_t>(left, storeBuffer)));
+        if (!file.read(piece.data(), static_cast<std::streamsize>(piece.size())) ||
+            !connection.write(piece)) {
+            connection.drop(Interruption::close);
+        }
+    }
+}
+
+void Server::begin(Exchange& exchange) {
+    const Request& request = exchange.request;
     LoggedRequest& entry = exchange.entry;
     entry.time = utcText(std::time(nullptr));
     entry.method = request.method;
     entry.path = request.path;
     entry.httpVersion = request.version;
-    exchange.headers = HeaderFields(exchange.connection.head());
-    const HeaderFields& headers = exchange.headers;
+    const HeaderFields& headers = request.headers;
     entry.headerNames = headers.names();
     entry.contentType = headers.value("content-type");
     entry.accept = headers.value("accept");
@@ -264,8 +301,6 @@ void Server::begin(Exchange& exchange, httplib::Request& request) {
     const bool bodiless = request.method != "POST" && request.method != "PUT" && !entry.chunked &&
                           exchange.length == Exchange::Length::absent;
     const bool asksFirst = lowered(entry.expect) == "100-continue";
-    // The library would answer before it is known whether the body is wanted.
-    request.headers.erase("Expect");
     exchange.connection.expectBody(bodiless ? std::optional<std::uint64_t>(0) : entry.contentLength,
                                    asksFirst ? Connection::Expectation::continueFirst
                                              : Connection::Expectation::none);
@@ -283,40 +318,43 @@ void Server::begin(Exchange& exchange, httplib::Request& request) {
     entry.id = log_.begin(entry);
 }
 
-void Server::handle(Exchange& exchange, const httplib::Request& request, httplib::Response& response) {
+Response Server::handle(Exchange& exchange) {
+    Response response;
     try {
-        dispatch(exchange, request, response);
-    } catch (const Refusal& refusal) {
-        refuse(response, refusal.status, refusal.what());
+        response = dispatch(exchange);
+    } catch (const Refusal& refused) {
+        response = refusal(refused.status, refused.what());
     } catch (const std::exception& error) {
-        refuse(response, 500, error.what());
+        response = refusal(500, error.what());
     }
     if (exchange.connection.bodyEnd() != BodyEnd::complete) {
-        response.set_header("Connection", "close");
+        exchange.request.keepsConnection = false;
     }
-    if (exchange.connection.is_writable()) {
-        exchange.entry.status =
-            response.status == -1 ? (request.ranges.empty() ? 200 : 206) : response.status;
+    if (exchange.connection.takesAnswers()) {
+        exchange.entry.status = response.status;
     }
+    return response;
 }
 
-void Server::dispatch(Exchange& exchange, const httplib::Request& request, httplib::Response& response) {
+Response Server::dispatch(Exchange& exchange) {
     if (exchange.length == Exchange::Length::unusable) {
         throw Refusal(400, "the body's length is not one decimal number");
     }
-    if (!namesLoopback(exchange.headers)) {
+    if (!namesLoopback(exchange.request.headers)) {
         throw Refusal(403, "this server answers to its loopback address only");
     }
     if (exchange.kind == Exchange::Kind::control) {
-        control(exchange, request, response);
-    } else if (applyFault(exchange, response) == Spoiled::no) {
-        route(exchange, request, response);
+        return control(exchange);
     }
+    if (std::optional<Response> response = spoiled(exchange)) {
+        return *std::move(response);
+    }
+    return route(exchange);
 }
 
-Server::Spoiled Server::applyFault(Exchange& exchange, httplib::Response& response) {
+std::optional<Response> Server::spoiled(Exchange& exchange) {
     if (!exchange.fault) {
-        return Spoiled::no;
+        return std::nullopt;
     }
     const Fault& fault = *exchange.fault;
     Connection& connection = exchange.connection;
@@ -331,60 +369,56 @@ Server::Spoiled Server::applyFault(Exchange& exchange, httplib::Response& respon
     }
     connection.setFault(fault);
     if (!connection.usable()) {
-        return Spoiled::wholly;
+        return Response();
     }
     if ((fault.rawAnswer || fault.answer) && fault.bodyFirst == BodyFirst::yes) {
         connection.discardBody();
     }
     if (fault.rawAnswer) {
-        connection.write(fault.rawAnswer->data(), fault.rawAnswer->size());
+        connection.write(*fault.rawAnswer);
         connection.flush();
         connection.endAnswers();
-        return Spoiled::wholly;
+        return Response();
     }
     if (fault.answer) {
+        Response response;
         response.status = fault.answer->status;
-        for (const auto& [name, value] : fault.answer->headers) {
-            response.set_header(name, value);
-        }
+        response.headers = {fault.answer->headers.begin(), fault.answer->headers.end()};
         if (!fault.answer->body.empty()) {
-            response.set_content(fault.answer->body,
-                                 fault.answer->contentType.empty() ? json : fault.answer->contentType);
+            response.setBody(fault.answer->body,
+                             fault.answer->contentType.empty() ? json : fault.answer->contentType);
         }
-        return Spoiled::wholly;
+        return response;
     }
-    return Spoiled::no;
+    return std::nullopt;
 }
 
-void Server::route(Exchange& exchange, const httplib::Request& request, httplib::Response& response) {
+Response Server::route(Exchange& exchange) {
+    const Request& request = exchange.request;
     const std::string& path = request.path;
+    const auto taking = [&](std::initializer_list<std::string_view> methods, auto&& makeResponse) {
+        std::optional<Response> wrong = wrongMethod(request, methods);
+        return wrong ? *std::move(wrong) : makeResponse();
+    };
     if (path == "/api/posts/presign") {
-        if (requireMethod(request, response, {"POST"}) == MethodIs::allowed) {
-            presign(exchange, response);
-        }
-    } else if (path == "/api/posts/sync") {
-        if (requireMethod(request, response, {"POST"}) == MethodIs::allowed) {
-            sync(exchange, response);
-        }
-    } else if (path.starts_with(storePrefix)) {
-        if (requireMethod(request, response, {"PUT"}) == MethodIs::allowed) {
-            putObject(exchange, request, response);
-        }
-    } else if (path == "/" || path == "/posts") {
-        if (requireMethod(request, response, {"GET", "HEAD"}) == MethodIs::allowed) {
-            showPosts(response);
-        }
-    } else if (path.starts_with(audioPrefix)) {
-        if (requireMethod(request, response, {"GET", "HEAD"}) == MethodIs::allowed) {
-            playAudio(request, response);
-        }
-    } else if (path == "/auth/apple/desktop" || path == "/auth/apple/desktop/continue") {
-        if (requireMethod(request, response, {"GET", "HEAD"}) == MethodIs::allowed) {
-            signIn(request, response);
-        }
-    } else {
-        throw Refusal(404, "there is nothing at this path");
+        return taking({"POST"}, [&] { return presign(exchange); });
     }
+    if (path == "/api/posts/sync") {
+        return taking({"POST"}, [&] { return sync(exchange); });
+    }
+    if (path.starts_with(storePrefix)) {
+        return taking({"PUT"}, [&] { return putObject(exchange); });
+    }
+    if (path == "/" || path == "/posts") {
+        return taking({"GET", "HEAD"}, [&] { return showPosts(); });
+    }
+    if (path.starts_with(audioPrefix)) {
+        return taking({"GET", "HEAD"}, [&] { return playAudio(request); });
+    }
+    if (path == "/auth/apple/desktop" || path == "/auth/apple/desktop/continue") {
+        return taking({"GET", "HEAD"}, [&] { return signIn(request); });
+    }
+    throw Refusal(404, "there is nothing at this path");
 }
 
 std::string Server::apiBody(Exchange& exchange) {
@@ -402,21 +436,21 @@ std::string Server::apiBody(Exchange& exchange) {
     if (!exchange.entry.authorizationValid) {
         throw Refusal(401, "the token is missing or unknown");
     }
-    for (const std::string& userId : exchange.headers.values("x-cadora-user-id")) {
+    for (const std::string& userId : exchange.request.headers.values("x-cadora-user-id")) {
         if (userId != settings_.account.userId) {
             throw Refusal(403, "the token belongs to another user");
         }
     }
-    if (mediaType(exchange.headers.value("content-type")) != json) {
+    if (mediaType(exchange.request.headers.value("content-type")) != json) {
         throw Refusal(415, "the body must be application/json");
     }
-    if (!acceptsJson(exchange.headers)) {
+    if (!acceptsJson(exchange.request.headers)) {
         throw Refusal(406, "the answer is application/json");
     }
     return body;
 }
 
-void Server::presign(Exchange& exchange, httplib::Response& response) {
+Response Server::presign(Exchange& exchange) {
     const PresignOrder order = parsePresignOrder(apiBody(exchange));
     const std::int64_t expires = std::time(nullptr) + settings_.expiresIn;
     nlohmann::json urls = nlohmann::json::object();
@@ -430,10 +464,10 @@ void Server::presign(Exchange& exchange, httplib::Response& response) {
                         {"X-Cadora-Upload", {signedHeaders.at("x-cadora-upload")}},
                         {"Host", {origin_.substr(origin_.find("//") + 2)}}};
     }
-    answer(response, 200, {{"urls", urls}, {"headers", headers}, {"expires_in", settings_.expiresIn}});
+    return answer(200, {{"urls", urls}, {"headers", headers}, {"expires_in", settings_.expiresIn}});
 }
 
-void Server::sync(Exchange& exchange, httplib::Response& response) {
+Response Server::sync(Exchange& exchange) {
     const Post order = parseSyncOrder(apiBody(exchange));
     for (const std::string& key : order.uploadedFiles) {
         if (!objects_.size(order.uuid, key)) {
@@ -441,10 +475,11 @@ void Server::sync(Exchange& exchange, httplib::Response& response) {
         }
     }
     const Post post = posts_.add(order);
-    answer(response, 200, {{"success", true}, {"post_id", post.postId}, {"uuid", post.uuid}});
+    return answer(200, {{"success", true}, {"post_id", post.postId}, {"uuid", post.uuid}});
 }
 
-void Server::putObject(Exchange& exchange, const httplib::Request& request, httplib::Response& response) {
+Response Server::putObject(Exchange& exchange) {
+    const Request& request = exchange.request;
     const std::string_view rest = std::string_view(request.path).substr(storePrefix.size());
     const std::size_t slash = rest.find('/');
     const std::string_view uuid = rest.substr(0, slash);
@@ -453,12 +488,8 @@ void Server::putObject(Exchange& exchange, const httplib::Request& request, http
         throw Refusal(404, "there is nothing at this path");
     }
     const SignatureVerdict verdict = signer_.judge(
-        request.method, request.path,
-        [&](const std::string& name) {
-            return request.get_param_value_count(name) == 1 ? std::optional(request.get_param_value(name))
-                                                            : std::nullopt;
-        },
-        [&](const std::string& name) { return exchange.headers.values(name); }, std::time(nullptr));
+        request.method, request.path, [&](const std::string& name) { return request.parameter(name); },
+        [&](const std::string& name) { return request.headers.values(name); }, std::time(nullptr));
     switch (verdict) {
     case SignatureVerdict::accepted:
         break;
@@ -474,11 +505,11 @@ void Server::putObject(Exchange& exchange, const httplib::Request& request, http
     if (exchange.length == Exchange::Length::absent) {
         throw Refusal(411, "the object needs a Content-Length");
     }
-    storeObject(exchange, uuid, key, response);
+    storeObject(exchange, uuid, key);
+    return Response();
 }
 
-void Server::storeObject(Exchange& exchange, std::string_view uuid, std::string_view key,
-                         httplib::Response& response) {
+void Server::storeObject(Exchange& exchange, std::string_view uuid, std::string_view key) {
     ObjectStore::Incoming incoming = objects_.receive(uuid, key);
     std::vector<char> space(storeBuffer);
     for (;;) {
@@ -492,112 +523,110 @@ void Server::storeObject(Exchange& exchange, std::string_view uuid, std::string_
         throw Refusal(400, "the object is shorter than its Content-Length");
     }
     incoming.commit();
-    response.status = 200;
 }
 
-void Server::playAudio(const httplib::Request& request, httplib::Response& response) {
+Response Server::playAudio(const Request& request) {
     const std::optional<std::uint64_t> id = number(std::string_view(request.path).substr(audioPrefix.size()));
     const std::optional<Post> post = id && *id <= std::numeric_limits<std::int64_t>::max()
                                          ? posts_.find(static_cast<std::int64_t>(*id))
                                          : std::nullopt;
-    const auto file = std::make_shared<std::ifstream>();
-    if (post) {
-        file->open(objects_.path(post->uuid, "audio"), std::ios::binary | std::ios::ate);
-    }
-    if (!post || !*file) {
+    const std::optional<std::uint64_t> size = post ? objects_.size(post->uuid, "audio") : std::nullopt;
+    if (!size) {
         throw Refusal(404, "there is no audio for this post");
     }
-    const auto size = static_cast<std::size_t>(file->tellg());
-    for (const auto& [first, last] : request.ranges) {
-        const bool suffix = first < 0;
-        if ((suffix && last <= 0) || (!suffix && static_cast<std::size_t>(first) >= size)) {
-            response.set_header("Content-Range", "bytes */" + std::to_string(size));
-            response.status = 416;
-            return;
-        }
+    Response response;
+    response.headers.emplace("Accept-Ranges", "bytes");
+    const std::optional<ByteRange> range = parseRange(request.headers.value("range"));
+    if (!range) {
+        response.file = FilePart{objects_.path(post->uuid, "audio"), 0, *size};
+        response.headers.emplace("Content-Type", contentTypeOf("audio"));
+        return response;
     }
-    response.set_header("Accept-Ranges", "bytes");
-    response.set_content_provider(size, contentTypeOf("audio"),
-                                  [file](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
-                                      std::vector<char> space(std::min(length, storeBuffer));
-                                      file->seekg(static_cast<std::streamoff>(offset));
-                                      return file->read(space.data(),
-                                                        static_cast<std::streamsize>(space.size())) &&
-                                             sink.write(space.data(), space.size());
-                                  });
+    const std::uint64_t first = range->first ? *range->first : *size - std::min(*size, *range->last);
+    if (first >= *size) {
+        response.status = 416;
+        response.headers.emplace("Content-Range", "bytes */" + std::to_string(*size));
+        return response;
+    }
+    const std::uint64_t last = range->first && range->last ? std::min(*range->last, *size - 1) : *size - 1;
+    response.status = 206;
+    response.file = FilePart{objects_.path(post->uuid, "audio"), first, last - first + 1};
+    response.headers.emplace("Content-Type", contentTypeOf("audio"));
+    response.headers.emplace("Content-Range", "bytes " + std::to_string(first) + "-" + std::to_string(last) +
+                                                  "/" + std::to_string(*size));
+    return response;
 }
 
-void Server::showPosts(httplib::Response& response) const {
+Response Server::showPosts() const {
     std::vector<Post> posts = posts_.all();
     std::reverse(posts.begin(), posts.end());
-    response.status = 200;
-    response.set_content(postsPage(posts), html);
+    return page(postsPage(posts));
 }
 
-void Server::signIn(const httplib::Request& request, httplib::Response& response) const {
+Response Server::signIn(const Request& request) const {
     if (request.path == "/auth/apple/desktop") {
-        response.status = 200;
-        response.set_content(signInPage(), html);
-        return;
+        return page(signInPage());
     }
     const Account& account = settings_.account;
     const std::optional<std::string> callback =
-        callbackUrl(request.get_param_value("outcome"), account.token, account.userId, account.email);
+        callbackUrl(request.parameter("outcome").value_or(""), account.token, account.userId, account.email);
     if (!callback) {
         throw Refusal(400, "the sign-in page has no such outcome");
     }
-    response.set_header("Cache-Control", "no-store");
-    response.set_redirect(*callback, 302);
+    Response response;
+    response.status = 302;
+    response.headers = {{"Cache-Control", "no-store"}, {"Location", *callback}};
+    return response;
 }
 
-void Server::control(Exchange& exchange, const httplib::Request& request, httplib::Response& response) {
-    if (request.path == "/log" || request.path == "/api/posts") {
-        if (requireMethod(request, response, {"GET"}) == MethodIs::refused) {
-            return;
-        }
-        if (request.path == "/log") {
-            answer(response, 200, {{"requests", log_.list()}});
-            return;
-        }
-        nlohmann::json posts = nlohmann::json::array();
-        for (const Post& post : posts_.all()) {
-            posts.insert(posts.begin(), listed(post, objects_, origin_));
-        }
-        answer(response, 200, {{"posts", posts}});
-        return;
+Response Server::control(Exchange& exchange) {
+    const Request& request = exchange.request;
+    if (request.path == "/faults") {
+        std::optional<Response> wrong = wrongMethod(request, {"GET", "POST", "DELETE"});
+        return wrong ? *std::move(wrong) : controlFaults(exchange);
+    }
+    if (std::optional<Response> wrong =
+            wrongMethod(request, {request.path == "/faults/release" ? "POST" : "GET"})) {
+        return *std::move(wrong);
     }
     if (request.path == "/faults/release") {
-        if (requireMethod(request, response, {"POST"}) == MethodIs::allowed) {
-            stalls_.release();
-            answer(response, 200, nlohmann::json::object());
-        }
-        return;
+        stalls_.release();
+        return answer(200, nlohmann::json::object());
     }
-    if (requireMethod(request, response, {"GET", "POST", "DELETE"}) == MethodIs::refused) {
-        return;
+    if (request.path == "/log") {
+        return answer(200, {{"requests", log_.list()}});
     }
+    nlohmann::json posts = nlohmann::json::array();
+    for (const Post& post : posts_.all()) {
+        posts.insert(posts.begin(), listed(post, objects_, origin_));
+    }
+    return answer(200, {{"posts", posts}});
+}
+
+Response Server::controlFaults(Exchange& exchange) {
+    const Request& request = exchange.request;
     if (request.method == "GET") {
-        answer(response, 200, {{"faults", faults_.list()}});
-    } else if (request.method == "DELETE") {
+        return answer(200, {{"faults", faults_.list()}});
+    }
+    if (request.method == "DELETE") {
         faults_.clear();
         stalls_.release();
-        answer(response, 200, nlohmann::json::object());
-    } else {
-        // A web page can't send this type to another site without asking, and it would be refused.
-        if (mediaType(exchange.headers.value("content-type")) != json) {
-            throw Refusal(415, "faults are application/json");
-        }
-        std::string body;
-        if (exchange.connection.readBody(body, longestControlBody) != BodyEnd::complete) {
-            throw Refusal(400, "the faults did not arrive whole");
-        }
-        try {
-            answer(response, 200, {{"ids", faults_.add(nlohmann::json::parse(body))}});
-        } catch (const nlohmann::json::parse_error& error) {
-            throw Refusal(400, error.what());
-        } catch (const std::invalid_argument& error) {
-            throw Refusal(422, error.what());
-        }
+        return answer(200, nlohmann::json::object());
+    }
+    // A web page can't send this type to another site without asking, and it would be refused.
+    if (mediaType(request.headers.value("content-type")) != json) {
+        throw Refusal(415, "faults are application/json");
+    }
+    std::string body;
+    if (exchange.connection.readBody(body, longestControlBody) != BodyEnd::complete) {
+        throw Refusal(400, "the faults did not arrive whole");
+    }
+    try {
+        return answer(200, {{"ids", faults_.add(nlohmann::json::parse(body))}});
+    } catch (const nlohmann::json::parse_error& error) {
+        throw Refusal(400, error.what());
+    } catch (const std::invalid_argument& error) {
+        throw Refusal(422, error.what());
     }
 }
 

@@ -2,8 +2,8 @@
 
 #include "service/Connection.h"
 #include "service/FaultScript.h"
-#include "service/HeaderFields.h"
-#include "service/HttpListener.h"
+#include "service/HttpMessages.h"
+#include "service/LoopbackListener.h"
 #include "service/ObjectStore.h"
 #include "service/PostBook.h"
 #include "service/RequestLog.h"
@@ -22,7 +22,6 @@
 #include <string>
 #include <string_view>
 
-#include <httplib.h>
 #include <openssl/ssl.h>
 
 namespace cadora::service {
@@ -73,7 +72,7 @@ private:
         explicit Exchange(Connection& itsConnection) : connection(itsConnection) {}
 
         Connection& connection;
-        HeaderFields headers;
+        Request request;
         LoggedRequest entry;
         enum class Kind { unread, service, control } kind = Kind::unread;
         enum class Length { known, absent, unusable } length = Length::absent;
@@ -82,25 +81,26 @@ private:
 
     void serveConnection(int socket);
     void serveRequests(int socket);
-    void serveRequest(Connection& connection, std::int64_t number, bool& closing);
+    enum class Then { goOn, close };
+    Then serveRequest(Connection& connection, std::int64_t number);
 
-    void begin(Exchange& exchange, httplib::Request& request);
-    void handle(Exchange& exchange, const httplib::Request& request, httplib::Response& response);
-    void dispatch(Exchange& exchange, const httplib::Request& request, httplib::Response& response);
-    enum class Spoiled { wholly, no };
-    Spoiled applyFault(Exchange& exchange, httplib::Response& response);
-    void route(Exchange& exchange, const httplib::Request& request, httplib::Response& response);
+    void begin(Exchange& exchange);
+    Response handle(Exchange& exchange);
+    Response dispatch(Exchange& exchange);
+    std::optional<Response> spoiled(Exchange& exchange);
+    Response route(Exchange& exchange);
+    void send(Exchange& exchange, Response response);
 
-    void presign(Exchange& exchange, httplib::Response& response);
-    void sync(Exchange& exchange, httplib::Response& response);
+    Response presign(Exchange& exchange);
+    Response sync(Exchange& exchange);
     std::string apiBody(Exchange& exchange);
-    void putObject(Exchange& exchange, const httplib::Request& request, httplib::Response& response);
-    void storeObject(Exchange& exchange, std::string_view uuid, std::string_view key,
-                     httplib::Response& response);
-    void playAudio(const httplib::Request& request, httplib::Response& response);
-    void showPosts(httplib::Response& response) const;
-    void control(Exchange& exchange, const httplib::Request& request, httplib::Response& response);
-    void signIn(const httplib::Request& request, httplib::Response& response) const;
+    Response putObject(Exchange& exchange);
+    void storeObject(Exchange& exchange, std::string_view uuid, std::string_view key);
+    Response playAudio(const Request& request);
+    Response showPosts() const;
+    Response control(Exchange& exchange);
+    Response controlFaults(Exchange& exchange);
+    Response signIn(const Request& request) const;
 
     Settings settings_;
     std::string origin_;
@@ -116,16 +116,11 @@ private:
     };
     std::unique_ptr<SSL_CTX, ContextDeleter> tls_;
 
-    /// The library hands a handler the request but not its connection; a connection is served by one
-    /// thread from beginning to end.
-    static thread_local Exchange* current_;
-
-    HttpListener listener_;
-
     std::mutex socketsMutex_;
     std::set<int> sockets_;
     std::atomic<bool> stopping_ = false;
     std::atomic<std::int64_t> connections_ = 0;
+    std::optional<LoopbackListener> listener_;
 };
 
 } // namespace cadora::service

@@ -8,8 +8,15 @@ namespace cadora::service {
 
 namespace {
 
+// A system without the flag reports a closed peer as a hang-up.
+#ifdef POLLRDHUP
+constexpr short peerClosed = POLLRDHUP;
+#else
+constexpr short peerClosed = POLLHUP;
+#endif
+
 bool peerHasClosed(int socket) {
-    pollfd watched{socket, POLLRDHUP, 0};
+    pollfd watched{socket, peerClosed, 0};
     return ::poll(&watched, 1, 0) > 0;
 }
 

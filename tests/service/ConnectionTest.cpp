@@ -10,7 +10,6 @@
 #include <string>
 
 #include <doctest/doctest.h>
-#include <httplib.h>
 #include <nlohmann/json.hpp>
 
 using namespace cadora::test;
@@ -84,15 +83,15 @@ TEST_CASE("an answer may be given with its own body and headers") {
                       {"body", "slow down"},
                       {"content_type", "text/plain"},
                       {"headers", {{"Retry-After", "7"}}}});
-    const httplib::Response malformed = postJson(service, "/api/posts/presign", json::object());
+    const HttpAnswer malformed = postJson(service, "/api/posts/presign", json::object());
     CHECK(malformed.status == 200);
     CHECK(malformed.body == "{\"urls\":");
-    CHECK(malformed.get_header_value("Content-Type") == "application/json");
-    const httplib::Response busy = postJson(service, "/api/posts/sync", json::object());
+    CHECK(malformed.header("content-type") == "application/json");
+    const HttpAnswer busy = postJson(service, "/api/posts/sync", json::object());
     CHECK(busy.status == 429);
     CHECK(busy.body == "slow down");
-    CHECK(busy.get_header_value("Content-Type") == "text/plain");
-    CHECK(busy.get_header_value("Retry-After") == "7");
+    CHECK(busy.header("content-type") == "text/plain");
+    CHECK(busy.header("retry-after") == "7");
 }
 
 TEST_CASE("an answer may be given before the body is read, and ends the connection") {
@@ -113,15 +112,14 @@ TEST_CASE("redirects lead where the fault says, to another origin and in circles
     for (const int status : {301, 302, 303, 307, 308}) {
         service.clearFaults();
         service.addFault({{"path", "/api/"}, {"status", status}, {"location", other.origin() + "/there"}});
-        const httplib::Response answer = postJson(service, "/api/posts/sync", json::object());
+        const HttpAnswer answer = postJson(service, "/api/posts/sync", json::object());
         CHECK(answer.status == status);
-        CHECK(answer.get_header_value("Location") == other.origin() + "/there");
+        CHECK(answer.header("location") == other.origin() + "/there");
     }
     service.clearFaults();
     service.addFault({{"path", "/posts"}, {"status", 302}, {"location", "/posts"}});
-    httplib::Client client = clientOf(service);
-    client.set_follow_location(true);
-    CHECK(client.Get("/posts").error() == httplib::Error::ExceedRedirectCount);
+    HttpClient client(service.origin(), {}, HttpClient::Redirects::followed);
+    CHECK(client.get("/posts").failure == HttpResult::Failure::tooManyRedirects);
 }
 
 TEST_CASE("an answer may be no HTTP at all") {
@@ -145,7 +143,7 @@ TEST_CASE("a stalled request is listed, unanswered, and goes on when it is relea
     ServiceProcess service;
     put(service, presign(service, "abcd1234"), "music");
     service.addFault({{"path", "/api/posts/sync"}, {"stall", true}});
-    std::future<httplib::Response> waiting =
+    std::future<HttpAnswer> waiting =
         std::async(std::launch::async, [&] { return sync(service, "abcd1234"); });
     const ServiceRequest stalled = service.awaitRequests(1, "POST", "/api/posts/sync").front();
     CHECK_FALSE(stalled.ended);
@@ -193,9 +191,9 @@ TEST_CASE("a connection may close when so much of a body has come") {
     for (const int bytes : {0, 1000000}) {
         service.clearFaults();
         service.addFault({{"method", "PUT"}, {"close_after_request_bytes", bytes}});
-        httplib::Client client = clientOf(service);
+        HttpClient client = clientOf(service);
         const std::string body(16UL * 1024 * 1024, 'x');
-        CHECK_FALSE(client.Put(upload.target, {{"X-Cadora-Upload", upload.uploadHeader}}, body, "audio/mp4"));
+        CHECK_FALSE(client.put(upload.target, {{"X-Cadora-Upload", upload.uploadHeader}}, body, "audio/mp4"));
         const ServiceRequest request = service.awaitEnded().back();
         CHECK(request.receivedBytes == static_cast<std::uint64_t>(bytes));
         CHECK_FALSE(request.status);
@@ -217,7 +215,7 @@ TEST_CASE("an upload may stall and go on") {
     ServiceProcess service;
     const PresignedUpload upload = presign(service, "abcd1234");
     service.addFault({{"method", "PUT"}, {"stall_after_request_bytes", 2}});
-    std::future<httplib::Response> waiting =
+    std::future<HttpAnswer> waiting =
         std::async(std::launch::async, [&] { return put(service, upload, "music"); });
     service.awaitRequests(1, "PUT", "/store/");
     CHECK_FALSE(std::filesystem::exists(service.data() / "objects/abcd1234/audio"));
@@ -231,7 +229,7 @@ TEST_CASE("an answer may be lost after its request was carried out") {
     put(service, presign(service, "abcd1234"), "music");
     service.addFault({{"path", "/api/posts/sync"}, {"calls", {1}}, {"close_after_response_bytes", 0}});
     const json body = {{"uuid", "abcd1234"}, {"visibility", "private"}, {"uploaded_files", {"audio"}}};
-    CHECK_FALSE(clientOf(service).Post("/api/posts/sync", apiHeaders(), body.dump(), "application/json"));
+    CHECK_FALSE(clientOf(service).post("/api/posts/sync", apiHeaders(), body.dump(), "application/json"));
     CHECK(service.posts().size() == 1);
     CHECK(json::parse(sync(service, "abcd1234").body).at("post_id") == 1);
 }
@@ -293,7 +291,7 @@ TEST_CASE("an answer over HTTPS that breaks off is known to be broken") {
     ServiceProcess service(options);
     service.addFault(
         {{"path", "/posts"}, {"close_after_response_bytes", 9}, {"count_response_from", "body"}});
-    CHECK_FALSE(clientOf(service).Get("/posts"));
+    CHECK_FALSE(clientOf(service).get("/posts"));
     service.clearFaults();
     CHECK(get(service, "/posts").status == 200);
 }

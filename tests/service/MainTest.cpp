@@ -166,8 +166,8 @@ TEST_CASE("it ends cleanly on the signals that ask for it, also with requests un
     }
     ServiceProcess service;
     service.addFault({{"path", "/posts"}, {"stall", true}});
-    httplib::Client client = clientOf(service);
-    std::thread waiting([&] { client.Get("/posts"); });
+    HttpClient client = clientOf(service);
+    std::thread waiting([&] { client.get("/posts"); });
     service.awaitRequests(1, "GET", "/posts");
     CHECK(service.terminate() == 0);
     waiting.join();

@@ -6,38 +6,29 @@ namespace cadora::test {
 
 namespace {
 
-httplib::Response answered(const httplib::Result& result) {
-    REQUIRE_MESSAGE(result, httplib::to_string(result.error()));
-    return result.value();
+HttpAnswer answered(const HttpResult& result) {
+    REQUIRE_MESSAGE(result, result.problem);
+    return *result;
 }
 
 } // namespace
 
-httplib::Client clientOf(const ServiceProcess& service) {
-    httplib::Client client(service.origin());
-    client.set_connection_timeout(20);
-    client.set_read_timeout(20);
-    client.set_write_timeout(20);
-    if (!service.certificate().empty()) {
-        client.set_ca_cert_path(service.certificate().string());
-    }
-    return client;
+HttpClient clientOf(const ServiceProcess& service) {
+    return HttpClient(service.origin(), service.certificate());
 }
 
-httplib::Headers apiHeaders() {
+HttpHeaders apiHeaders() {
     return {{"Authorization", std::string("Bearer ") + ServiceProcess::token},
             {"X-Cadora-User-Id", ServiceProcess::userId},
             {"Accept", "application/json"}};
 }
 
-httplib::Response postJson(const ServiceProcess& service, const std::string& path,
-                           const nlohmann::json& body) {
-    return answered(clientOf(service).Post(path, apiHeaders(), body.dump(), "application/json"));
+HttpAnswer postJson(const ServiceProcess& service, const std::string& path, const nlohmann::json& body) {
+    return answered(clientOf(service).post(path, apiHeaders(), body.dump(), "application/json"));
 }
 
 PresignedUpload presign(const ServiceProcess& service, const std::string& uuid, const std::string& key) {
-    const httplib::Response response =
-        postJson(service, "/api/posts/presign", {{"uuid", uuid}, {"files", {key}}});
+    const HttpAnswer response = postJson(service, "/api/posts/presign", {{"uuid", uuid}, {"files", {key}}});
     REQUIRE(response.status == 200);
     const nlohmann::json body = nlohmann::json::parse(response.body);
     const auto url = body.at("urls").at(key).get<std::string>();
@@ -47,21 +38,19 @@ PresignedUpload presign(const ServiceProcess& service, const std::string& uuid, 
             headers.at("X-Cadora-Upload").at(0).get<std::string>()};
 }
 
-httplib::Response put(const ServiceProcess& service, const PresignedUpload& upload, const std::string& body) {
-    return answered(clientOf(service).Put(upload.target, {{"X-Cadora-Upload", upload.uploadHeader}}, body,
+HttpAnswer put(const ServiceProcess& service, const PresignedUpload& upload, const std::string& body) {
+    return answered(clientOf(service).put(upload.target, {{"X-Cadora-Upload", upload.uploadHeader}}, body,
                                           upload.contentType));
 }
 
-httplib::Response sync(const ServiceProcess& service, const std::string& uuid,
-                       const nlohmann::json& changes) {
+HttpAnswer sync(const ServiceProcess& service, const std::string& uuid, const nlohmann::json& changes) {
     nlohmann::json body = {{"uuid", uuid}, {"visibility", "private"}, {"uploaded_files", {"audio"}}};
     body.update(changes);
     return postJson(service, "/api/posts/sync", body);
 }
 
-httplib::Response get(const ServiceProcess& service, const std::string& target,
-                      const httplib::Headers& headers) {
-    return answered(clientOf(service).Get(target, headers));
+HttpAnswer get(const ServiceProcess& service, const std::string& target, const HttpHeaders& headers) {
+    return answered(clientOf(service).get(target, headers));
 }
 
 std::string putHead(const PresignedUpload& upload, const std::string& more) {

@@ -1,5 +1,6 @@
 #include "service/ServiceProcess.h"
 
+#include "service/HttpClient.h"
 #include "service/TestCertificate.h"
 
 #include <algorithm>
@@ -12,7 +13,6 @@
 #include <utility>
 
 #include <fcntl.h>
-#include <httplib.h>
 #include <poll.h>
 #include <spawn.h>
 #include <sys/wait.h>
@@ -240,22 +240,11 @@ std::vector<nlohmann::json> ServiceProcess::posts() const {
 
 nlohmann::json ServiceProcess::call(const std::string& method, const std::string& path,
                                     const std::optional<nlohmann::json>& body) const {
-    httplib::Client client(origin_);
-    if (!certificate_.empty()) {
-        client.set_ca_cert_path(certificate_.string());
-    }
-    httplib::Request request;
-    request.method = method;
-    request.path = path;
-    if (body) {
-        request.body = body->dump();
-        request.set_header("Content-Type", "application/json");
-    }
-    client.set_connection_timeout(20);
-    client.set_read_timeout(20);
-    const httplib::Result result = client.send(request);
+    HttpClient client(origin_, certificate_);
+    const HttpResult result =
+        body ? client.post(path, {}, body->dump(), "application/json") : client.send(method, path, {});
     if (!result) {
-        throw std::runtime_error(method + " " + path + ": " + httplib::to_string(result.error()));
+        throw std::runtime_error(method + " " + path + ": " + result.problem);
     }
     if (result->status != 200) {
         throw std::runtime_error(method + " " + path + " answered " + std::to_string(result->status) + ": " +

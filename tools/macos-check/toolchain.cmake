@@ -24,7 +24,7 @@ foreach(kind PACKAGE INCLUDE LIBRARY)
   set(CMAKE_FIND_ROOT_PATH_MODE_${kind} ONLY)
 endforeach()
 set(CMAKE_FIND_PACKAGE_PREFER_CONFIG ON)
-foreach(package nlohmann_json doctest OpenSSL PkgConfig)
+foreach(package nlohmann_json doctest OpenSSL Boost CURL)
   set(${package}_DIR "${CMAKE_CURRENT_LIST_DIR}/cmake")
 endforeach()
 
