@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -7,6 +8,18 @@
 #include <vector>
 
 namespace cadora {
+
+// Which file a path leads to, and in what state: equal only for the same file, unchanged since, whatever
+// names it has.
+struct FileIdentity {
+    std::uint64_t device = 0;
+    std::uint64_t file = 0;
+    std::int64_t size = 0; // in bytes
+    std::int64_t modifiedSeconds = 0;
+    std::int64_t modifiedNanoseconds = 0;
+
+    friend bool operator==(const FileIdentity&, const FileIdentity&) = default;
+};
 
 // The file system. Every failure is thrown as PlatformError, whose text names the file and the reason; after
 // a failure, what was there before is still there. Any thread.
@@ -18,6 +31,9 @@ public:
     virtual std::optional<std::filesystem::path> applicationSupportDirectory() = 0;
 
     virtual bool fileExists(const std::filesystem::path& path) = 0;
+
+    // Links are followed. Absent when there is nothing, or nothing that can be looked at; nothing is thrown.
+    virtual std::optional<FileIdentity> identity(const std::filesystem::path& path) = 0;
 
     // With the directories above it. One that exists already is no failure. When it returns, the new
     // directories survive a loss of power.
@@ -35,6 +51,9 @@ public:
     virtual void removeItem(const std::filesystem::path& path) = 0;
 
     virtual std::string contents(const std::filesystem::path& path) = 0;
+
+    // Whether those are the file's bytes, all of them. False when it can't be read; nothing is thrown.
+    virtual bool holds(const std::filesystem::path& path, std::string_view bytes) = 0;
 
     // Replaces the file in one step: at any instant, and after a loss of power, it is the old one or the new
     // one whole.

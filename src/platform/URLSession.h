@@ -26,6 +26,9 @@ public:
     auto end() const { return fields_.end(); }
     std::size_t size() const { return fields_.size(); }
 
+    // In the same order and spelling.
+    friend bool operator==(const HTTPHeaderFields&, const HTTPHeaderFields&) = default;
+
 private:
     std::vector<std::pair<std::string, std::string>> fields_;
 };
@@ -37,6 +40,8 @@ struct URLRequest {
     std::chrono::seconds timeoutInterval{60};
     HTTPHeaderFields headers{};
     std::string httpBody{};
+
+    friend bool operator==(const URLRequest&, const URLRequest&) = default;
 };
 
 struct URLResponse {

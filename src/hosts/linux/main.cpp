@@ -23,6 +23,7 @@
 #include "hosts/linux/system/StderrSystemLog.h"
 #include "hosts/linux/system/ThreadBackgroundExecutor.h"
 #include "platform/Platform.h"
+#include "sharing/SharedPlatform.h"
 
 #include <QCoreApplication>
 #include <QDBusConnection>
@@ -77,7 +78,8 @@ int serve(DBusApplication& services, StderrSystemLog& systemLog, const std::vect
                             *webAuthentication,
                             workspace,
                             processLauncher};
-    Platform::install(&platform);
+    const SharedPlatform shared(platform);
+    Platform::install(&shared.platform());
 
     services.setBusLostHandler([] {
         report("the session bus is gone");

@@ -18,11 +18,13 @@ public:
 
     std::optional<std::filesystem::path> applicationSupportDirectory() override;
     bool fileExists(const std::filesystem::path& path) override;
+    std::optional<FileIdentity> identity(const std::filesystem::path& path) override;
     void createDirectory(const std::filesystem::path& path) override;
     std::vector<std::filesystem::path> contentsOfDirectory(const std::filesystem::path& path) override;
     void copyItem(const std::filesystem::path& from, const std::filesystem::path& to) override;
     void removeItem(const std::filesystem::path& path) override;
     std::string contents(const std::filesystem::path& path) override;
+    bool holds(const std::filesystem::path& path, std::string_view bytes) override;
     void writeAtomically(const std::filesystem::path& path, std::string_view bytes) override;
 
 private:

@@ -100,6 +100,15 @@ bool FoundationFileManager::fileExists(const fs::path& path) {
            [files() fileExistsAtPath:nsString(path.native())];
 }
 
+std::optional<FileIdentity> FoundationFileManager::identity(const fs::path& path) {
+    struct stat status{};
+    if (path.native().find('\0') != std::string::npos || stat(path.c_str(), &status) != 0) {
+        return std::nullopt;
+    }
+    return FileIdentity{static_cast<std::uint64_t>(status.st_dev), status.st_ino, status.st_size,
+                        status.st_mtimespec.tv_sec, status.st_mtimespec.tv_nsec};
+}
+
 void FoundationFileManager::createDirectory(const fs::path& path) {
     requireWholePath(path, notCreated);
     const fs::path item = itemPath(path);
@@ -181,6 +190,14 @@ std::string FoundationFileManager::contents(const fs::path& path) {
         throw fileError(error, path, notRead);
     }
     return stdString(data);
+}
+
+bool FoundationFileManager::holds(const fs::path& path, std::string_view bytes) {
+    if (path.native().find('\0') != std::string::npos) {
+        return false;
+    }
+    NSData* const data = [NSData dataWithContentsOfFile:nsString(path.native()) options:0 error:nil];
+    return data != nil && stdString(data) == bytes;
 }
 
 void FoundationFileManager::writeAtomically(const fs::path& path, std::string_view bytes) {

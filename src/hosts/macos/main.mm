@@ -15,6 +15,7 @@
 #include "hosts/macos/SpawnProcessLauncher.h"
 #include "hosts/macos/UserNotificationsCenter.h"
 #include "platform/Platform.h"
+#include "sharing/SharedPlatform.h"
 
 #import <AppKit/AppKit.h>
 
@@ -79,7 +80,8 @@ int main() {
                                 webAuthentication,
                                 workspace,
                                 processLauncher};
-        Platform::install(&platform);
+        const SharedPlatform shared(platform);
+        Platform::install(&shared.platform());
 
         AppDelegate delegate;
         // The application refers to it weakly, and what is not used any more may otherwise go before its

@@ -20,6 +20,7 @@ public:
 
     std::optional<std::filesystem::path> applicationSupportDirectory() override;
     bool fileExists(const std::filesystem::path& path) override;
+    std::optional<FileIdentity> identity(const std::filesystem::path& path) override;
     void createDirectory(const std::filesystem::path& path) override;
     std::vector<std::filesystem::path> contentsOfDirectory(const std::filesystem::path& path) override;
 
@@ -29,6 +30,7 @@ public:
 
     void removeItem(const std::filesystem::path& path) override;
     std::string contents(const std::filesystem::path& path) override;
+    bool holds(const std::filesystem::path& path, std::string_view bytes) override;
     void writeAtomically(const std::filesystem::path& path, std::string_view bytes) override;
 
 private:
