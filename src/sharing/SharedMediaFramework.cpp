@@ -27,7 +27,6 @@ public:
 
     void exportAsynchronously(std::function<void()> handler) override {
         handler_ = std::move(handler);
-        outcome_.status = exporting;
         share_ = framework_.share(wanted_, std::move(own_), [this](Result<ExportOutcome> outcome) {
             end(std::get<ExportOutcome>(std::move(outcome)));
         });
@@ -45,7 +44,12 @@ public:
         });
     }
 
-    int status() const override { return outcome_.status; }
+    int status() const override {
+        if (outcome_.status != unknown || !handler_) {
+            return outcome_.status;
+        }
+        return share_.hasBegun() ? exporting : waiting;
+    }
     std::optional<PlatformError> error() const override { return outcome_.error; }
 
 private:

@@ -113,6 +113,8 @@ public:
         }
     }
 
+    bool hasBegun() const { return work_ && work_->hasBegun(); }
+
     // Has work that nobody else waits for stop, and stays to be told how that ended. False when there is
     // none.
     bool callOffIfAlone() const {

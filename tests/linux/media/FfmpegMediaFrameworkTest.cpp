@@ -2,6 +2,8 @@
 
 #include "fakes/TemporaryDirectory.h"
 #include "fakes/WaitingMainActor.h"
+#include "hosts/linux/files/PosixFileManager.h"
+#include "sharing/SharedMediaFramework.h"
 
 #include <doctest/doctest.h>
 
@@ -69,12 +71,28 @@ public:
 
     void useWorker(const fs::path& worker, FfmpegMediaFramework::Limits limits = {}) {
         framework = std::make_unique<FfmpegMediaFramework>(actor, log, worker, limits);
+        shared = std::make_unique<cadora::SharedMediaFramework>(*framework, files, actor,
+                                                                std::make_shared<cadora::Rounds>(actor));
     }
 
     std::unique_ptr<AssetExportSession> start(Outcome& outcome) { return start(outcome, source, output); }
 
     std::unique_ptr<AssetExportSession> start(Outcome& outcome, const fs::path& from, const fs::path& to) {
-        auto session = framework->makeExportSession(from, preset);
+        return start(outcome, from, to, *framework);
+    }
+
+    // As the program has it, which shares exports.
+    std::unique_ptr<AssetExportSession> startShared(Outcome& outcome) {
+        return startShared(outcome, source, output);
+    }
+    std::unique_ptr<AssetExportSession> startShared(Outcome& outcome, const fs::path& from,
+                                                    const fs::path& to) {
+        return start(outcome, from, to, *shared);
+    }
+
+    static std::unique_ptr<AssetExportSession> start(Outcome& outcome, const fs::path& from,
+                                                     const fs::path& to, cadora::MediaFramework& media) {
+        auto session = media.makeExportSession(from, preset);
         REQUIRE(session);
         session->setOutputURL(to);
         session->setOutputFileType(m4a);
@@ -116,8 +134,11 @@ public:
     fs::path source;
     fs::path output;
     ThreadSafeLog log;
+    cadora::PosixFileManager posixFiles;
+    cadora::SharedFileManager files{posixFiles};
     WaitingMainActor actor;
     std::unique_ptr<FfmpegMediaFramework> framework;
+    std::unique_ptr<cadora::SharedMediaFramework> shared;
 
 private:
     fs::path worker_;
@@ -437,12 +458,12 @@ TEST_CASE("sessions of one source and one output share one export, each told of 
     Outcome first;
     Outcome second;
     Outcome third;
-    const auto a = bench.start(first);
+    const auto a = bench.startShared(first);
     CHECK(a->status() == AssetExportSession::waiting);
-    const auto b = bench.start(second);
+    const auto b = bench.startShared(second);
     bench.actor.runPosted();
     gate.awaitArrival();
-    const auto c = bench.start(third);
+    const auto c = bench.startShared(third);
     CHECK(a->status() == AssetExportSession::exporting);
     CHECK(c->status() == AssetExportSession::exporting);
     // One word lets one worker go: were there more, the others would wait for ever.
@@ -461,8 +482,8 @@ TEST_CASE("sessions share a failure, too") {
     Bench bench(Gate::script(place.path()) + "kill -SEGV $$");
     Outcome first;
     Outcome second;
-    const auto a = bench.start(first);
-    const auto b = bench.start(second);
+    const auto a = bench.startShared(first);
+    const auto b = bench.startShared(second);
     bench.actor.runPosted();
     gate.awaitArrival();
     gate.letOneGo();
@@ -478,8 +499,8 @@ TEST_CASE("another source at the same path is another export, as is another outp
     Bench bench(Gate::script(place.path()) + "cat <&3 >&4\n" + goodAnswer);
     Outcome first;
     Outcome second;
-    const auto a = bench.start(first);
-    const auto b = bench.start(second, bench.source, bench.directory.path() / "item/other.m4a");
+    const auto a = bench.startShared(first);
+    const auto b = bench.startShared(second, bench.source, bench.directory.path() / "item/other.m4a");
     bench.actor.runPosted();
     gate.awaitArrival();
     gate.awaitArrival();
@@ -489,10 +510,10 @@ TEST_CASE("another source at the same path is another export, as is another outp
 
     Outcome before;
     Outcome after;
-    const auto c = bench.start(before);
+    const auto c = bench.startShared(before);
     fs::remove(bench.source);
     bench.directory.file("item/source.wav", "new sound");
-    const auto d = bench.start(after);
+    const auto d = bench.startShared(after);
     bench.actor.runPosted();
     gate.awaitArrival();
     gate.awaitArrival();
@@ -511,14 +532,14 @@ TEST_CASE("a session that comes when the output is in place gets an export of it
     Bench bench(Gate::script(place.path()) + "cat <&3 >&4\n" + goodAnswer);
     Outcome first;
     Outcome second;
-    const auto a = bench.start(first);
+    const auto a = bench.startShared(first);
     bench.actor.runPosted();
     gate.awaitArrival();
     gate.letOneGo();
     // The main actor does not run meanwhile, so that the first has not been told.
     REQUIRE(eventually([&] { return fs::exists(bench.output); }));
-    fs::remove(bench.output);
-    const auto b = bench.start(second);
+    bench.files.removeItem(bench.output);
+    const auto b = bench.startShared(second);
     REQUIRE(bench.actor.runUntil([&] { return first.calls == 1; }));
     CHECK(first.status == AssetExportSession::completed);
     CHECK(second.calls == 0);
@@ -574,9 +595,9 @@ TEST_CASE("a shared export goes on until its last session is cancelled or releas
     Outcome first;
     Outcome second;
     Outcome third;
-    const auto a = bench.start(first);
-    auto b = bench.start(second);
-    const auto c = bench.start(third);
+    const auto a = bench.startShared(first);
+    auto b = bench.startShared(second);
+    const auto c = bench.startShared(third);
     bench.actor.runPosted();
     gate.awaitArrival();
     a->cancelExport();
@@ -598,11 +619,11 @@ TEST_CASE("an export that starts again right after it was cancelled is a new one
     Bench bench(Gate::script(place.path()) + "cat <&3 >&4\n" + goodAnswer);
     Outcome first;
     Outcome second;
-    const auto a = bench.start(first);
+    const auto a = bench.startShared(first);
     bench.actor.runPosted();
     const pid_t worker = gate.awaitArrival();
     a->cancelExport();
-    const auto b = bench.start(second);
+    const auto b = bench.startShared(second);
     bench.actor.runPosted();
     gate.awaitArrival();
     REQUIRE(eventually([&] { return isGone(worker); }));
@@ -759,7 +780,7 @@ TEST_CASE("a handler may release its own session and the others of the same expo
     std::vector<std::unique_ptr<AssetExportSession>> sessions;
     int calls = 0;
     for (int i = 0; i < 3; ++i) {
-        sessions.push_back(bench.framework->makeExportSession(bench.source, preset));
+        sessions.push_back(bench.shared->makeExportSession(bench.source, preset));
         sessions.back()->setOutputURL(bench.output);
         sessions.back()->setOutputFileType(m4a);
         sessions.back()->exportAsynchronously([&] {

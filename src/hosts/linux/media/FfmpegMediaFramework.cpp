@@ -14,7 +14,6 @@
 #include <csignal>
 #include <deque>
 #include <limits>
-#include <map>
 #include <mutex>
 #include <sstream>
 #include <system_error>
@@ -46,13 +45,6 @@ struct Source {
     std::filesystem::path path;
     FileDescriptor file;
     struct stat status{};
-
-    bool isSameAs(const Source& other) const {
-        const struct stat& a = status;
-        const struct stat& b = other.status;
-        return path == other.path && a.st_dev == b.st_dev && a.st_ino == b.st_ino && a.st_size == b.st_size &&
-               a.st_mtim.tv_sec == b.st_mtim.tv_sec && a.st_mtim.tv_nsec == b.st_mtim.tv_nsec;
-    }
 };
 
 Source openSource(std::filesystem::path path) {
@@ -152,32 +144,20 @@ void logOutcome(SystemLog& log, const CommandOutcome& outcome) {
 
 } // namespace
 
-// One request to a worker, and those who wait for its end. The main actor's, except where it says otherwise.
+// One request to a worker, and who waits for its end. The main actor's, except where it says otherwise.
 class FfmpegMediaFramework::Run {
 public:
     using Listener = std::function<void(const Result<double>&)>;
 
     // An empty output asks for the duration.
-    Run(Source source, std::filesystem::path output)
-        : source_(std::move(source)), output_(std::move(output)) {}
+    Run(Source source, std::filesystem::path output, Listener listener)
+        : source_(std::move(source)), output_(std::move(output)), listener_(std::move(listener)) {}
 
     bool isExport() const { return !output_.empty(); }
-    // Not once the output is in place: who asks now may have just deleted it, to have it made afresh.
-    bool wouldServe(const Source& source, const std::filesystem::path& output) {
-        return !listeners_.empty() && output_ == output && source_.isSameAs(source) && !isInPlace();
-    }
 
-    int addListener(Listener listener) {
-        listeners_.emplace(++lastListener_, std::move(listener));
-        return lastListener_;
-    }
-    bool removeListener(int listener) { return listeners_.erase(listener) != 0; }
-    std::size_t listenerCount() const { return listeners_.size(); }
-
-    // One listener may take others away when it is called.
-    void tellListeners(const Result<double>& result) {
-        while (!listeners_.empty()) {
-            const Listener listener = std::move(listeners_.extract(listeners_.begin()).mapped());
+    void removeListener() { listener_ = nullptr; }
+    void tellListener(const Result<double>& result) {
+        if (const auto listener = std::exchange(listener_, nullptr)) {
             listener(result);
         }
     }
@@ -194,10 +174,6 @@ public:
         isCalledOff_ = true;
         stop_.request();
         return true;
-    }
-    bool isInPlace() {
-        const std::lock_guard guard(mutex_);
-        return isInPlace_;
     }
 
     // On the run's own thread.
@@ -262,8 +238,7 @@ private:
 
     Source source_;
     std::filesystem::path output_;
-    std::map<int, Listener> listeners_;
-    int lastListener_ = 0;
+    Listener listener_;
     bool isStarted_ = false;
 
     StopSignal stop_;
@@ -291,9 +266,9 @@ public:
 
     MainActor& actor() { return actor_; }
 
-    std::shared_ptr<Run> start(Source source, std::filesystem::path output) {
-        waiting_.push_back(std::make_shared<Run>(std::move(source), std::move(output)));
-        // Not inside the call: a run that can't start tells its listeners, who are only now about to come.
+    std::shared_ptr<Run> start(Source source, std::filesystem::path output, Run::Listener listener) {
+        waiting_.push_back(std::make_shared<Run>(std::move(source), std::move(output), std::move(listener)));
+        // Not inside the call: a run that can't start tells its listener, who learns of the run only now.
         actor_.post([weak = weak_from_this()] {
             if (const auto self = weak.lock()) {
                 self->startWaiting();
@@ -302,33 +277,21 @@ public:
         return waiting_.back();
     }
 
-    // An export that is under way or waits already, from this very source to this output.
-    std::shared_ptr<Run> find(const Source& source, const std::filesystem::path& output) const {
-        const auto serves = [&](const auto& run) { return run->wouldServe(source, output); };
-        if (const auto found = std::find_if(running_.begin(), running_.end(), serves);
-            found != running_.end()) {
-            return *found;
-        }
-        const auto found = std::find_if(waiting_.begin(), waiting_.end(), serves);
-        return found == waiting_.end() ? nullptr : *found;
-    }
-
-    // Takes the listener away, and calls the run off if it was the last. False when the run has come too far
-    // for that: the listener stays then and is told its end.
-    bool cancel(const std::shared_ptr<Run>& run, int listener) {
-        if (run->listenerCount() == 1 && !run->callOff()) {
+    // Takes the listener away and calls the run off. False when the run has come too far for that: the
+    // listener stays then and is told its end.
+    bool cancel(const std::shared_ptr<Run>& run) {
+        if (!run->callOff()) {
             return false;
         }
-        leave(run, listener);
+        leave(run);
         return true;
     }
 
     // The same, but the listener goes in any case.
-    void leave(const std::shared_ptr<Run>& run, int listener) {
-        if (run->removeListener(listener) && run->listenerCount() == 0) {
-            run->callOff();
-            std::erase(waiting_, run);
-        }
+    void leave(const std::shared_ptr<Run>& run) {
+        run->removeListener();
+        run->callOff();
+        std::erase(waiting_, run);
     }
 
 private:
@@ -347,7 +310,7 @@ private:
                     });
                 });
             } catch (const std::system_error& error) {
-                run->tellListeners(failure<double>(
+                run->tellListener(failure<double>(
                     workerError(couldNotStart,
                                 "The audio converter couldn’t be started: " + error.code().message() + ".")));
                 continue;
@@ -361,7 +324,7 @@ private:
         run->thread.join();
         std::erase(running_, run);
         startWaiting();
-        run->tellListeners(result);
+        run->tellListener(result);
     }
 
     MainActor& actor_;
@@ -381,7 +344,7 @@ public:
 
     ~Session() override {
         if (const auto workers = workers_.lock(); workers && run_) {
-            workers->leave(run_, listener_);
+            workers->leave(run_);
         }
     }
 
@@ -403,21 +366,16 @@ public:
             return;
         }
         try {
-            Source source = openSource(source_);
-            run_ = workers->find(source, output_);
-            if (!run_) {
-                run_ = workers->start(std::move(source), output_);
-            }
+            run_ = workers->start(openSource(source_), output_,
+                                  [this](const Result<double>& result) { end(result); });
         } catch (const PlatformError& error) {
             endSoon(failed, error);
-            return;
         }
-        listener_ = run_->addListener([this](const Result<double>& result) { end(result); });
     }
 
     void cancelExport() override {
         const auto workers = workers_.lock();
-        if (workers && run_ && workers->cancel(run_, listener_)) {
+        if (workers && run_ && workers->cancel(run_)) {
             run_.reset();
             endSoon(cancelled, cancellationError());
         }
@@ -470,7 +428,6 @@ private:
     std::string type_;
     std::function<void()> handler_;
     std::shared_ptr<Run> run_;
-    int listener_ = 0;
     Status outcome_ = unknown;
     std::optional<PlatformError> error_;
     std::shared_ptr<bool> alive_ = std::make_shared<bool>();
@@ -493,16 +450,15 @@ FfmpegMediaFramework::~FfmpegMediaFramework() = default;
 CancelAction FfmpegMediaFramework::loadDuration(std::filesystem::path source, Completion<double> completion) {
     std::shared_ptr<Run> run;
     try {
-        run = workers_->start(openSource(std::move(source)), {});
+        run = workers_->start(openSource(std::move(source)), {}, completion);
     } catch (const PlatformError& error) {
         workers_->actor().post(
             [completion = std::move(completion), error] { completion(failure<double>(error)); });
         return nullptr;
     }
-    const int listener = run->addListener(std::move(completion));
-    return [weak = std::weak_ptr(workers_), run, listener] {
+    return [weak = std::weak_ptr(workers_), run] {
         if (const auto workers = weak.lock()) {
-            workers->leave(run, listener);
+            workers->leave(run);
         }
     };
 }

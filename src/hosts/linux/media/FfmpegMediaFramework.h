@@ -55,8 +55,6 @@ public:
 
     CancelAction loadDuration(std::filesystem::path source, Completion<double> completion) override;
 
-    // Sessions that export one source, unchanged since, to one output at the same time share one export,
-    // which is called off with the last of them.
     std::unique_ptr<AssetExportSession> makeExportSession(std::filesystem::path source,
                                                           std::string presetName) override;
 
