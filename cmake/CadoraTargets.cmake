@@ -40,3 +40,25 @@ function(cadora_add_tests name)
     doctest_discover_tests(${name} TEST_PREFIX "${name}: " PROPERTIES TIMEOUT 600)
   endif()
 endfunction()
+
+# cadora_embed_texts(TARGET HEADER NAMESPACE NAME FILE [NAME FILE]...): texts in other languages, each in a file that
+# its own tools can read, as constants of a header that is included like those below src/.
+function(cadora_embed_texts target header namespace)
+  set(output "${CMAKE_BINARY_DIR}/texts/${header}")
+  set(texts "")
+  set(files "")
+  set(rest ${ARGN})
+  while(rest)
+    list(POP_FRONT rest name file)
+    cmake_path(ABSOLUTE_PATH file)
+    list(APPEND texts "${name}|${file}")
+    list(APPEND files "${file}")
+  endwhile()
+  list(JOIN texts " " texts)
+  set(script "${CMAKE_SOURCE_DIR}/cmake/EmbedTexts.cmake")
+  add_custom_command(OUTPUT "${output}"
+    COMMAND "${CMAKE_COMMAND}" "-DOUTPUT=${output}" "-DNAMESPACE=${namespace}" "-DTEXTS=${texts}" -P "${script}"
+    DEPENDS ${files} "${script}" VERBATIM)
+  target_sources(${target} PRIVATE "${output}")
+  target_include_directories(${target} PRIVATE "${CMAKE_BINARY_DIR}/texts")
+endfunction()

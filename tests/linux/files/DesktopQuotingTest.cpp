@@ -30,13 +30,17 @@ TEST_CASE("a word of an Exec key is quoted once for its own rules and once for t
     CHECK(execWord("\"`$\\") == R"("\\"\\`\\$\\\\")");
 }
 
+TEST_CASE("percent signs are doubled where one alone has a meaning") {
+    CHECK(doubledPercent("100%%U") == "100%%%%U");
+}
+
 TEST_CASE("character data of an XML document is ASCII") {
     CHECK(xmlText("a<b>&'\"") == "a&#60;b&#62;&#38;&#39;&#34;");
     CHECK(xmlText("ü€🎵") == "&#252;&#8364;&#127925;");
 }
 
 TEST_CASE("a string of a Python source keeps quotes and backslashes") {
-    CHECK(pythonString("a\"b\\c") == R"("a\"b\\c")");
+    CHECK(pythonString("a\"b\\c") == R"(a\"b\\c)");
 }
 
 TEST_CASE("lines are left out by their beginning, within one group or everywhere") {

@@ -2,8 +2,10 @@
 
 #include "app/ServicesActivation.h"
 #include "base/Error.h"
+#include "hosts/linux/file-managers/EntryTexts.h"
 #include "hosts/linux/file-managers/ThunarActions.h"
 #include "hosts/linux/files/DesktopQuoting.h"
+#include "hosts/linux/files/TextTemplate.h"
 #include "hosts/linux/files/UserFile.h"
 
 #include <algorithm>
@@ -68,105 +70,10 @@ PropertyDictionary dictionary(const std::map<std::string, std::string>& texts) {
     return result;
 }
 
-std::string thunarActionFor(const std::string& sender) {
-    std::string command;
-    for (const char c : shellWord(sender)) {
-        command += c;
-        if (c == '%') {
-            command += c;
-        }
-    }
-    return "<action>\n"
-           "\t<icon>cadora-helper</icon>\n"
-           "\t<name>Send to Cadora</name>\n"
-           "\t<submenu></submenu>\n"
-           "\t<unique-id>" +
-           std::string(thunarUniqueID) + "</unique-id>\n\t<command>" + xmlText(command) +
-           " %F</command>\n"
-           "\t<description>Send the selected recordings to Cadora</description>\n"
-           "\t<range>*</range>\n"
-           "\t<patterns>*</patterns>\n"
-           "\t<audio-files/>\n"
-           "</action>";
-}
-
-std::string thunarSendToFor(const std::string& sender) {
-    return "[Desktop Entry]\n"
-           "Type=Application\n"
-           "Name=Send to Cadora\n"
-           "Icon=cadora-helper\n"
-           "TryExec=" +
-           keyFileValue(sender) + "\nExec=" + execWord(sender) + " %F\nMimeType=" + audioTypes + "\n";
-}
-
-std::string nemoActionFor(const std::string& sender) {
-    return "[Nemo Action]\n"
-           "Active=true\n"
-           "Name=Send to Cadora\n"
-           "Comment=Send the selected recordings to Cadora\n"
-           "Icon-Name=cadora-helper\n"
-           "Exec=" +
-           keyFileValue(shellWord(sender)) + " %U\nSelection=notnone\nMimetypes=" + audioTypes +
-           "\nDependencies=" + keyFileValue(sender) + ";\n";
-}
-
-std::string dolphinServiceMenuFor(const std::string& sender) {
-    return "[Desktop Entry]\n"
-           "Type=Service\n"
-           "X-KDE-ServiceTypes=KonqPopupMenu/Plugin\n"
-           "X-KDE-Priority=TopLevel\n"
-           "MimeType=" +
-           std::string(audioTypes) + "\nActions=" + dolphinAction + ";\n\n[Desktop Action " + dolphinAction +
-           "]\n"
-           "Name=Send to Cadora\n"
-           "Icon=cadora-helper\n"
-           "Exec=" +
-           execWord(sender) + " %U\n";
-}
-
-std::string fileManagerActionFor(const std::string& sender) {
-    return "[Desktop Entry]\n"
-           "Type=Action\n"
-           "Name=Send to Cadora\n"
-           "Tooltip=Send the selected recordings to Cadora\n"
-           "Icon=cadora-helper\n"
-           "Profiles=send;\n"
-           "\n"
-           "[X-Action-Profile send]\n"
-           "MimeTypes=" +
-           std::string(audioTypes) + "\nSelectionCount=>0\nExec=" + execWord(sender) + " %U\n";
-}
-
-std::string nautilusScriptFor(const std::string& sender) {
-    return "#!/bin/sh\n"
-           "# Nautilus names the selected files in the environment.\n"
-           "exec " +
-           shellWord(sender) + "\n";
-}
-
-std::string nautilusExtensionFor(const std::string& sender) {
-    return "import os\n"
-           "import subprocess\n"
-           "\n"
-           "from gi.repository import GObject, Nautilus\n"
-           "\n"
-           "SENDER = " +
-           pythonString(sender) + "\nTYPES = \"" + audioTypes +
-           "\".split(\";\")\n"
-           "\n"
-           "\n"
-           "class SendToCadora(GObject.GObject, Nautilus.MenuProvider):\n"
-           "    def get_file_items(self, *arguments):\n"
-           "        files = arguments[-1]\n"
-           "        if not files or not os.access(SENDER, os.X_OK):\n"
-           "            return []\n"
-           "        if not all(file.get_mime_type() in TYPES for file in files):\n"
-           "            return []\n"
-           "        uris = [file.get_uri() for file in files]\n"
-           "        item = Nautilus.MenuItem(name=\"SendToCadora\", label=\"Send to Cadora\", "
-           "icon=\"cadora-helper\")\n"
-           "        item.connect(\"activate\", lambda _: subprocess.Popen([SENDER, *uris]))\n"
-           "        return [item]\n";
+// The list of Thunar's actions has line breaks of its own.
+std::string withoutLineBreak(std::string text) {
+    text.erase(text.find_last_not_of('\n') + 1);
+    return text;
 }
 
 ThunarActions parsed(std::string list) {
@@ -302,21 +209,27 @@ void FileManagerEntries::writeRecord(const Record& record) {
 }
 
 std::vector<FileManagerEntries::Entry> FileManagerEntries::entries() const {
-    const std::string sender = sender_.string();
+    const auto text = [this](std::string_view entry) {
+        return filledIn(entry, {{"sender", sender_.string()},
+                                {"types", audioTypes},
+                                {"action", dolphinAction},
+                                {"id", thunarUniqueID}});
+    };
     const fs::path& data = folders_.dataHome;
     std::vector<Entry> entries{
-        {thunarAction, folders_.configHome / "Thunar/uca.xml", thunarActionFor(sender)},
-        {"thunarSendTo", data / "Thunar/sendto/cadora-helper.desktop", thunarSendToFor(sender)},
-        {"nemo", data / "nemo/actions/cadora-helper.nemo_action", nemoActionFor(sender)},
+        {thunarAction, folders_.configHome / "Thunar/uca.xml",
+         withoutLineBreak(text(entry_texts::thunarAction))},
+        {"thunarSendTo", data / "Thunar/sendto/cadora-helper.desktop", text(entry_texts::thunarSendTo)},
+        {"nemo", data / "nemo/actions/cadora-helper.nemo_action", text(entry_texts::nemoAction)},
         // Executable, or Dolphin doesn't trust it.
-        {"dolphin", data / "kio/servicemenus/cadora-helper.desktop", dolphinServiceMenuFor(sender),
+        {"dolphin", data / "kio/servicemenus/cadora-helper.desktop", text(entry_texts::dolphinServiceMenu),
          user_file::Kind::program},
         {"fileManagerActions", data / "file-manager/actions/cadora-helper.desktop",
-         fileManagerActionFor(sender)},
-        {"nautilusScript", data / "nautilus/scripts/Send to Cadora", nautilusScriptFor(sender),
+         text(entry_texts::fileManagerAction)},
+        {"nautilusScript", data / "nautilus/scripts/Send to Cadora", text(entry_texts::nautilusScript),
          user_file::Kind::program},
         {"nautilusExtension", data / "nautilus-python/extensions/cadora_helper.py",
-         nautilusExtensionFor(sender)},
+         text(entry_texts::nautilusExtension)},
     };
     return entries;
 }

@@ -66,14 +66,15 @@ std::string execWord(std::string_view text) {
     const bool isPlain =
         !text.empty() && text.find_first_of(" \t\n\"'\\><~|&;$*?#()`") == std::string_view::npos;
     const char* const quote = isPlain ? "" : "\"";
-    std::string word = quote;
-    for (const char c : escaped(text, "\"`$\\")) {
-        word += c;
-        if (c == '%') {
-            word += c;
-        }
+    return keyFileValue(quote + doubledPercent(escaped(text, "\"`$\\")) + quote);
+}
+
+std::string doubledPercent(std::string_view text) {
+    std::string result;
+    for (const char c : text) {
+        result.append(c == '%' ? 2 : 1, c);
     }
-    return keyFileValue(word + quote);
+    return result;
 }
 
 std::string xmlText(std::string_view text) {
@@ -94,7 +95,7 @@ std::string xmlText(std::string_view text) {
 }
 
 std::string pythonString(std::string_view text) {
-    return "\"" + escaped(text, "\"\\") + "\"";
+    return escaped(text, "\"\\");
 }
 
 std::string withoutLines(std::string_view text, std::string_view prefix, std::string_view group) {

@@ -19,10 +19,13 @@ std::string keyFileValue(std::string_view text);
 // One word of a desktop entry's Exec key, as it stands in the file.
 std::string execWord(std::string_view text);
 
+// The text with each percent sign doubled, where one alone begins a field code.
+std::string doubledPercent(std::string_view text);
+
 // Character data of an XML document in any encoding that has ASCII within it. The text is UTF-8.
 std::string xmlText(std::string_view text);
 
-// A string of a Python source. The text is UTF-8.
+// What stands between the double quotes of a string in a Python source. The text is UTF-8.
 std::string pythonString(std::string_view text);
 
 // The text without the lines of which `prefix` is the beginning, looked at only within the group of a key

@@ -4,6 +4,7 @@
 #include "base/UTF8.h"
 #include "hosts/linux/files/DesktopQuoting.h"
 #include "hosts/linux/files/PosixFileManager.h"
+#include "hosts/linux/files/TextTemplate.h"
 #include "hosts/linux/files/UserFile.h"
 #include "hosts/linux/register/DefaultApplications.h"
 
@@ -23,13 +24,6 @@ namespace fs = std::filesystem;
 constexpr const char* name = "com.norvelant.cadora.mac";
 constexpr const char* desktopEntry = "com.norvelant.cadora.mac.desktop";
 constexpr const char* ownScheme = "x-scheme-handler/cadora";
-
-std::string replaced(std::string text, std::string_view what, const std::string& with) {
-    for (std::size_t at = text.find(what); at != std::string::npos; at = text.find(what, at + with.size())) {
-        text.replace(at, what.size(), with);
-    }
-    return text;
-}
 
 // A file of the installation. One that is missing is an installation that is not whole.
 std::string installed(const fs::path& path) {
@@ -177,19 +171,13 @@ void Registration::writeRecord(const Record& record) const {
 
 std::map<fs::path, std::string> Registration::entries() const {
     const fs::path templates = folder_ / "share/registration";
-    const std::string helper = (folder_ / "bin/cadora-helper").string();
     const fs::path& data = folders_.dataHome;
     const auto entry = [&](const std::string& file) {
-        const std::string text =
-            replaced(installed(templates / file), "TryExec=@HELPER@", "TryExec=" + keyFileValue(helper));
-        return replaced(text, "Exec=@HELPER@", "Exec=" + execWord(helper));
+        return filledIn(installed(templates / file), {{"helper", (folder_ / "bin/cadora-helper").string()}});
     };
     std::map<fs::path, std::string> entries{
         {data / "applications" / desktopEntry, entry(desktopEntry)},
-        // The bus reads its command as a shell would.
-        {data / "dbus-1/services" / (std::string(name) + ".service"),
-         replaced(installed(templates / (std::string(name) + ".service")), "@HELPER@",
-                  keyFileValue(shellWord(helper)))},
+        {data / "dbus-1/services" / (std::string(name) + ".service"), entry(std::string(name) + ".service")},
         {data / "metainfo" / (std::string(name) + ".metainfo.xml"),
          installed(templates / (std::string(name) + ".metainfo.xml"))},
         {data / "mime/packages/cadora-helper.xml", installed(templates / "cadora-helper.xml")},

@@ -3,7 +3,9 @@
 #include "base/Error.h"
 #include "hosts/linux/bus/SessionBus.h"
 #include "hosts/linux/files/DesktopQuoting.h"
+#include "hosts/linux/files/TextTemplate.h"
 #include "hosts/linux/files/UserFile.h"
+#include "hosts/linux/sign-in/SignInTexts.h"
 
 #include <gio/gdesktopappinfo.h>
 #include <gio/gio.h>
@@ -87,14 +89,9 @@ URLSchemeOwnership::Owner GioURLSchemeOwnership::claim(Claim claim) {
 }
 
 void GioURLSchemeOwnership::writeEntry() {
-    const std::string program = program_.string();
     std::set<fs::path> madeFolders;
     user_file::write(folders_.dataHome / "applications" / desktopEntry,
-                     "[Desktop Entry]\nType=Application\nVersion=1.4\nName=Cadora Helper\nTryExec=" +
-                         keyFileValue(program) + "\nExec=" + execWord(program) +
-                         " %U\nTerminal=false\nStartupNotify=false\nDBusActivatable=false\nNoDisplay=true\n"
-                         "MimeType=" +
-                         schemeType + ";\n",
+                     filledIn(sign_in_texts::linkHandler, {{"helper", program_.string()}}),
                      user_file::Kind::data, madeFolders);
 }
 

@@ -1,0 +1,12 @@
+# Writes the header that cadora_embed_texts describes. TEXTS is a list of name|file.
+set(header "#pragma once\n\n#include <string_view>\n\nnamespace cadora::${NAMESPACE} {\n")
+string(REPLACE " " ";" texts "${TEXTS}")
+foreach(text IN LISTS texts)
+  string(REPLACE "|" ";" text "${text}")
+  list(GET text 0 name)
+  list(GET text 1 file)
+  file(READ "${file}" content)
+  string(APPEND header "\ninline constexpr std::string_view ${name} = R\"text(${content})text\";\n")
+endforeach()
+string(APPEND header "\n} // namespace cadora::${NAMESPACE}\n")
+file(WRITE "${OUTPUT}" "${header}")
