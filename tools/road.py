@@ -125,9 +125,11 @@ class Helper:
         if linked.returncode != 0:
             raise Failure(f"the helper could not be built for {origin}:\n{linked.stdout}{linked.stderr}")
 
-    def start(self):
+    def start(self, *arguments, **options):
         log = open(self.log, "ab")
-        self.process = subprocess.Popen([self.program], stdin=subprocess.DEVNULL, stdout=log, stderr=log)
+        self.process = subprocess.Popen(
+            [self.program, *arguments], stdin=subprocess.DEVNULL, stdout=log, stderr=log, **options
+        )
         log.close()
 
         def ready():

@@ -16,11 +16,13 @@ from road import end, session_folder, wait_for  # noqa: E402
 
 WINDOWS = (Atspi.Role.FRAME, Atspi.Role.WINDOW, Atspi.Role.DIALOG, Atspi.Role.ALERT)
 NAMED = (
+    Atspi.Role.CHECK_BOX,
     Atspi.Role.IMAGE,
     Atspi.Role.LABEL,
     Atspi.Role.NOTIFICATION,
     Atspi.Role.PUSH_BUTTON,
     Atspi.Role.PUSH_BUTTON_MENU,
+    Atspi.Role.RADIO_BUTTON,
 )
 SETTINGS = "org.xfce.Xfconf"
 WATCHER = "org.kde.StatusNotifierWatcher"
@@ -310,6 +312,20 @@ def rectangle(window):
     lines = run_xdotool("getwindowgeometry", "--shell", window, check=False).split()
     values = dict(line.split("=") for line in lines)
     return tuple(int(values.get(key, 0)) for key in ("X", "Y", "WIDTH", "HEIGHT"))
+
+
+def visible_titles(pattern):
+    """The windows that the display shows now under such a title."""
+    return run_xdotool("search", "--onlyvisible", "--name", pattern, check=False).split()
+
+
+def window_of_title(pattern):
+    (window,) = visible_titles(pattern)
+    return window
+
+
+def active_window():
+    return run_xdotool("getactivewindow", check=False).strip()
 
 
 def wait_for_menu(windows_before):

@@ -454,7 +454,7 @@ class PackageTest(FreshHome):
         self.assertEqual(set(players.of_types().values()), {"player.desktop"})
         self.assertEqual(players.of_scheme(), ENTRY)
         service = tree / f"usr/share/dbus-1/services/{BUS_NAME}.service"
-        self.assertIn("\nExec=/usr/lib/cadora-helper/bin/cadora-helper\n", service.read_text())
+        self.assertIn("\nExec=/usr/lib/cadora-helper/bin/cadora-helper --service\n", service.read_text())
         self.assertTrue((tree / "usr/share/icons/hicolor/symbolic/apps/cadora-helper-symbolic.svg").exists())
         depends = self.succeed("dpkg-deb", "--field", package, "Depends")
         for library in ("libqt6core6", "libavformat59", "libcurl4"):

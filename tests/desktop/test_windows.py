@@ -23,6 +23,7 @@ from desktop import (  # noqa: E402
     Screen,
     WATCHER,
     StatusItem,
+    active_window,
     click,
     contrast,
     current_name,
@@ -30,8 +31,10 @@ from desktop import (  # noqa: E402
     press_keys,
     rectangle,
     save_picture,
+    visible_titles,
     visible_windows,
     wait_for_menu,
+    window_of_title,
 )
 from road import Helper, Outbox, end, forget_account, session_folder, sign_in, wait_for  # noqa: E402
 
@@ -50,6 +53,15 @@ SETTINGS = [
     "    ---",
     "    Uninstall Cadora Helper…",
 ]
+SETTINGS_LINES = [
+    "Settings",
+    "Visibility: Private",
+    "Private",
+    "Live (for fans)",
+    "Show Cadora Helper in top menu",
+    "Uninstall Cadora Helper…",
+]
+MENU_WINDOW = "Cadora Helper Menu"
 HOW_TO = [
     "How to use:",
     "Finder: right-click audio → Services → Send to Cadora",
@@ -144,8 +156,8 @@ class WindowsTest(unittest.TestCase):
         self.opened_pages.unlink(missing_ok=True)
         self.addCleanup(forget_account)
 
-    def start(self):
-        self.helper.start()
+    def start(self, *arguments, **options):
+        self.helper.start(*arguments, **options)
         self.pid = self.helper.process.pid
         self.screen = Screen(self.pid)
 
@@ -354,55 +366,94 @@ class WindowsTest(unittest.TestCase):
 
     # Where no panel is.
 
-    def test_without_a_panel_opening_again_shows_the_menu_in_a_window(self):
+    def wait_for_menu_window(self, account="Signed in: Cadora"):
+        ends = ["Sign Out"] if account != SIGN_IN else []
+        lines = [account, "No uploads", *SETTINGS_LINES, *ends, "Quit Cadora Helper", *HOW_TO]
+        wait_for(lambda: self.screen.names(MENU_WINDOW) == lines, "the menu's lines")
+        return lines
+
+    def test_without_a_panel_the_first_opening_shows_the_menu_in_a_window(self):
         sign_in()
         self.start()
-        self.assertEqual(self.screen.windows(), [])
-        self.open_again()
-        lines = ["Signed in: Cadora", "No uploads", "Settings", "Sign Out", "Quit Cadora Helper", *HOW_TO]
-        wait_for(lambda: self.screen.names() == lines, "the menu's lines")
-        self.assertEqual(self.screen.windows(), ["Cadora Helper"])
+        self.wait_for_menu_window()
+        self.assertEqual(self.screen.windows(), [MENU_WINDOW])
         save_picture("menu-window")
         self.screen.press("Sign Out")
-        lines[0:4] = [SIGN_IN, "No uploads", "Settings"]
-        wait_for(lambda: self.screen.names() == lines, "the menu's lines after signing out")
+        self.wait_for_menu_window(SIGN_IN)
         self.screen.press("Quit Cadora Helper")
         self.assertEqual(self.helper.process.wait(TIMEOUT), 0)
+
+    def test_a_start_by_the_bus_shows_no_window_and_a_later_opening_the_menu(self):
+        sign_in()
+        self.start("--service")
+        self.assertEqual(self.helper.send([]), "No file to send to Cadora.")
+        self.assertEqual(self.screen.windows(), [])
+        self.open_again()
+        self.wait_for_menu_window()
+
+    def test_a_helper_that_began_without_a_display_is_seen_once_it_is_opened_on_a_desktop(self):
+        sign_in()
+        environment = {name: value for name, value in os.environ.items() if name not in ("DISPLAY", "WAYLAND_DISPLAY")}
+        self.start("--service", env=environment)
+        first = self.helper.process
+        self.assertEqual(self.helper.send([self.sound]), "")
+        opened = subprocess.Popen([self.helper.program], stdin=subprocess.DEVNULL)
+        self.addCleanup(end, opened)
+        self.assertEqual(first.wait(TIMEOUT), 0)
+        self.screen = Screen(opened.pid)
+        self.screen.wait_for_name("Quit Cadora Helper")
+        self.assertEqual([item["sourceFilename"] for item in self.outbox.items()], ["take.wav"])
+
+    def test_opening_without_a_display_leaves_a_helper_without_one_in_place(self):
+        environment = {name: value for name, value in os.environ.items() if name not in ("DISPLAY", "WAYLAND_DISPLAY")}
+        self.start(env=environment)
+        command = [self.helper.program]
+        subprocess.run(command, stdin=subprocess.DEVNULL, timeout=TIMEOUT, check=True, env=environment)
+        self.assertIsNone(self.helper.process.poll())
+
+    def test_the_menu_in_a_window_does_not_cover_the_welcome_window(self):
+        self.start()
+        self.wait_for_welcome()
+        self.assertEqual(self.screen.windows(), ["Cadora Helper"])
+        self.open_again()
+        self.wait_for_menu_window(SIGN_IN)
+        self.screen.wait_for_focus("Sign in with Apple")
+        save_picture("menu-window-beside-welcome")
+        welcome_window, menu_window = (window_of_title(title) for title in ("^Cadora Helper$", MENU_WINDOW))
+        self.assertEqual(active_window(), welcome_window)
+        left, _, width, _ = rectangle(welcome_window)
+        other, _, other_width, _ = rectangle(menu_window)
+        # Enough to be seen and to be clicked on.
+        self.assertGreater(other + other_width, left + width + 100)
 
     def test_the_menu_in_a_window_is_led_by_the_keyboard(self):
         sign_in()
         self.start()
-        self.open_again()
-        self.screen.wait_for_focus("Signed in: Cadora")
-        lines = ["No uploads", "Settings", "Sign Out", "Quit Cadora Helper", *HOW_TO]
-        for line in lines:
+        lines = self.wait_for_menu_window()
+        # What it begins at is a command, and what only tells something comes by the keyboard too.
+        self.screen.wait_for_focus("Private")
+        begin = lines.index("Private")
+        for line in lines[begin + 1 :] + lines[:begin]:
             press_keys("Tab")
-            self.screen.wait_for_focus(line)
-        for line in reversed(lines[:-1]):
-            press_keys("Up")
             self.screen.wait_for_focus(line)
         press_keys("Escape")
         wait_for(lambda: self.screen.windows() == [], "the window to close")
         self.open_again()
-        self.screen.wait_for_focus("Signed in: Cadora")
+        self.screen.wait_for_focus("Private")
         press_keys("ctrl+q")
         self.assertEqual(self.helper.process.wait(TIMEOUT), 0)
 
-    def test_the_menu_in_a_window_opens_its_submenus_by_the_keyboard(self):
+    def test_a_choice_in_the_menu_in_a_window_is_stored_and_keeps_the_keyboard(self):
         sign_in()
         self.start()
-        self.open_again()
-        self.screen.wait_for_focus("Signed in: Cadora")
-        press_keys("Tab", "Tab")
-        self.screen.wait_for_focus("Settings")
-        for keys in (("Return",), ("Down", "Right")):
-            before = visible_windows()
-            press_keys(*keys)
-            wait_for(lambda: visible_windows() - before, "the submenu")
-        save_picture("menu-window-submenu")
-        press_keys("Down", "Return")
+        self.wait_for_menu_window()
+        self.screen.wait_for_focus("Private")
+        press_keys("Tab")
+        self.screen.wait_for_focus("Live (for fans)")
+        press_keys("Return")
         wait_for(lambda: "subscribers" in self.defaults.read_text(), "the choice to be stored")
-        self.screen.wait_for_focus("Settings")
+        self.screen.wait_for_name("Visibility: Live")
+        self.screen.wait_for_focus("Live (for fans)")
 
     def test_with_a_panel_opening_again_shows_no_window_of_the_menu(self):
         self.start_in_panel()
@@ -419,7 +470,6 @@ class WindowsTest(unittest.TestCase):
         wait_for(lambda: has_owner(WATCHER), "the list of items")
         sign_in()
         self.start()
-        self.open_again()
         self.screen.wait_for_name("Quit Cadora Helper")
         self.assertIsNone(StatusItem.find(self.pid))
         watcher.send_signal(signal.SIGUSR1)
@@ -474,6 +524,30 @@ class WindowsTest(unittest.TestCase):
         wait_for(lambda: current_name(status) == "Signed in as musician@example.org ✓", "the confirmation")
         wait_for(lambda: self.screen.windows() == [], "the window to close")
         self.assertEqual(item.lines()[0], "Signed in: musician@example.org (disabled)")
+
+    def test_the_end_of_a_sign_in_comes_in_front_of_the_browser(self):
+        self.start_in_panel()
+        self.wait_for_welcome()
+        welcome_window = window_of_title("^Cadora Helper$")
+        self.screen.press("Sign in with Apple")
+        self.screen.wait_for_name(WAITING)
+        other = subprocess.Popen([BUILD / "bin/cadora-alert", "The sign-in page"], stdin=subprocess.DEVNULL)
+        self.addCleanup(end, other)
+        Screen(other.pid).wait_for_name("The sign-in page")
+        wait_for(lambda: active_window() != welcome_window, "the other program in front")
+        self.end_sign_in("token=local-token&user_id=1001&email=musician%40example.org")
+        wait_for(lambda: active_window() == welcome_window, "the welcome window in front")
+        wait_for(lambda: self.screen.windows() == [], "the window to close")
+
+    def test_signing_in_from_the_menu_shows_nothing_but_its_sheet(self):
+        item = self.start_in_panel()
+        self.wait_for_welcome()
+        press_keys("Escape")
+        wait_for(lambda: self.screen.windows() == [], "the window to close")
+        item.choose(SIGN_IN)
+        self.screen.wait_for_name(WAITING)
+        self.assertEqual(len(visible_titles("Sign in to Cadora")), 1)
+        save_picture("sign-in-from-menu")
 
     def test_the_link_opens_the_site(self):
         self.start()

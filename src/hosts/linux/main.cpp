@@ -4,6 +4,8 @@
 #include "hosts/linux/bus/DBusUserNotificationCenter.h"
 #include "hosts/linux/bus/SingleInstance.h"
 #include "hosts/linux/desktop/Desktop.h"
+#include "hosts/linux/desktop/Display.h"
+#include "hosts/linux/desktop/ShowInFront.h"
 #include "hosts/linux/file-managers/FileManagerEntries.h"
 #include "hosts/linux/files/FileUserDefaults.h"
 #include "hosts/linux/files/GioWorkspace.h"
@@ -46,7 +48,8 @@ void report(const std::string& problem) {
 }
 
 // Runs the helper until the desktop ends. The name on the bus is ours already.
-int serve(DBusApplication& services, StderrSystemLog& systemLog, const std::vector<std::string>& uris) {
+int serve(DBusApplication& services, StderrSystemLog& systemLog, const Start& start,
+          const Activation& activation) {
     QtMainActor mainActor;
     QtClock clock;
     SignInParts signInParts(program_files::helper());
@@ -60,6 +63,9 @@ int serve(DBusApplication& services, StderrSystemLog& systemLog, const std::vect
     DBusUserNotificationCenter notificationCenter(mainActor, QDBusConnection::sessionBus());
     FileManagerEntries entries(XDGFolders::ofUser(), program_files::sender(), userDefaults, systemLog);
     const Desktop desktop = makeDesktop(mainActor, services, entries, program_files::bundle());
+    if (canShowWindows()) {
+        keepActivation(activation);
+    }
     const auto webAuthentication = makeWebAuthentication(mainActor, background, services, signInParts);
     GioWorkspace workspace(background);
     PosixProcessLauncher processLauncher;
@@ -87,40 +93,51 @@ int serve(DBusApplication& services, StderrSystemLog& systemLog, const std::vect
     });
     // Before the event loop: a request may have come with the name already, and the loop brings it in.
     AppDelegate delegate;
-    services.setReopenHandler([&] {
-        delegate.applicationShouldHandleReopen(false);
-        desktop.showMenus();
-    });
+    services.setReopenHandler(
+        [&] { desktop.reopen([&delegate] { delegate.applicationShouldHandleReopen(false); }); });
     desktop.application->setActivationPolicy(Application::ActivationPolicy::accessory);
     delegate.applicationDidFinishLaunching();
-    if (!uris.empty()) {
-        if (const std::string error = services.open(uris); !error.empty()) {
+    if (!start.uris.empty()) {
+        if (const std::string error = services.open(start.uris); !error.empty()) {
             report(error);
         }
+    }
+    if (start.isOpening()) {
+        desktop.showFirst(activation);
     }
     const int status = QCoreApplication::exec();
     mainActor.endTasks();
     return status;
 }
 
+// `--service` says that nobody opened the program; everything else is a file or a URL.
+Start readStart(int argc, char** argv) {
+    std::vector<std::string> arguments(argv + 1, argv + argc);
+    Start start;
+    start.isForService = std::erase(arguments, "--service") > 0;
+    std::error_code folderIsGone;
+    start.uris = uriList(arguments, std::filesystem::current_path(folderIsGone));
+    hideOwnURLs({argv + 1, argv + argc});
+    start.hasDisplay = [] { return findDisplay() == Display::present; };
+    return start;
+}
+
 int run(int argc, char** argv) {
     prepareProcess();
-    std::error_code folderIsGone;
-    const std::vector<std::string> uris =
-        uriList({argv + 1, argv + argc}, std::filesystem::current_path(folderIsGone));
-    hideOwnURLs({argv + 1, argv + argc});
+    const Start start = readStart(argc, argv);
     StderrSystemLog systemLog;
-    if (const auto status = endByForwarding(uris, systemLog)) {
+    if (const auto status = endByForwarding(start, systemLog)) {
         return *status;
     }
+    const Activation activation = takeActivationOfStart();
     // The arguments are files, and none is meant for Qt.
     int argumentCount = 1;
     const auto qt = makeQtApplication(argumentCount, argv);
     DBusApplication services(QDBusConnection::sessionBus(), systemLog);
-    if (const auto status = endUnlessClaimed(services, uris, systemLog)) {
+    if (const auto status = endUnlessClaimed(services, start, systemLog)) {
         return *status;
     }
-    return serve(services, systemLog, uris);
+    return serve(services, systemLog, start, activation);
 }
 
 } // namespace

@@ -6,6 +6,8 @@
 #include "linux/PrivateBus.h"
 #include "linux/SilentService.h"
 
+#include <QDBusConnectionInterface>
+
 #include <doctest/doctest.h>
 
 #include <chrono>
@@ -56,7 +58,8 @@ struct Fixture {
 struct FixtureWithHelper : Fixture {
     RecordingProvider provider;
     int reopened = 0;
-    DBusApplication application{bus.connect(), log};
+    QDBusConnection connection = bus.connect();
+    DBusApplication application{connection, log};
 
     FixtureWithHelper() {
         REQUIRE(application.claimName() == DBusApplication::Claim::first);
@@ -110,6 +113,44 @@ TEST_CASE_FIXTURE(Fixture, "a helper that ends before it answers leaves the requ
     REQUIRE(loop.runUntil([&] { return dying.calls == 1; }));
     dying.crash();
     CHECK(forwarding.get().outcome == Outcome::nobodyRuns);
+}
+
+TEST_CASE_FIXTURE(FixtureWithHelper, "what the desktop gave a later start goes to the helper that runs") {
+    Activation activation;
+    application.setActivationHandler([&](const Activation& given) { activation = given; });
+    setenv("XDG_ACTIVATION_TOKEN", "token", 1);
+    setenv("DESKTOP_STARTUP_ID", "start_TIME12", 1);
+    CHECK(forward({}).outcome == Outcome::done);
+    CHECK(activation.waylandToken == "token");
+    CHECK(activation.x11StartupID == "start_TIME12");
+    unsetenv("XDG_ACTIVATION_TOKEN");
+    unsetenv("DESKTOP_STARTUP_ID");
+    CHECK(forward({"file:///a.wav"}).outcome == Outcome::done);
+    CHECK(activation.isEmpty());
+}
+
+TEST_CASE_FIXTURE(FixtureWithHelper, "a helper without a display gives way, and takes nothing any more") {
+    int gaveWay = 0;
+    application.setGiveWayHandler([&] { ++gaveWay; });
+    CHECK(forward({}).outcome == Outcome::noDisplay);
+    CHECK(reopened == 0);
+    CHECK(forward({"file:///a.wav"}).outcome == Outcome::done);
+    auto takingOver = std::async(std::launch::async, takeOverFromRunningHelper);
+    REQUIRE(loop.runUntil([&] { return gaveWay == 1; }));
+    CHECK(forward({"file:///b.wav"}).outcome == Outcome::refused);
+    CHECK(provider.urls == Texts{"file:///a.wav"});
+    // It has gone once its name is free.
+    connection.interface()->unregisterService("com.norvelant.cadora.mac");
+    REQUIRE(loop.runUntil(
+        [&] { return takingOver.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+    CHECK(takingOver.get() == "");
+}
+
+TEST_CASE_FIXTURE(FixtureWithHelper, "a helper with a display gives no way") {
+    auto takingOver = std::async(std::launch::async, takeOverFromRunningHelper);
+    REQUIRE(loop.runUntil(
+        [&] { return takingOver.wait_for(std::chrono::seconds(0)) == std::future_status::ready; }));
+    CHECK(takingOver.get() == "There is no action “give-way”.");
 }
 
 TEST_CASE("without a session bus that is said, with the reason") {

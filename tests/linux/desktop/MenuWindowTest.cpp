@@ -1,10 +1,11 @@
 #include "hosts/linux/desktop/MenuWindow.h"
+#include "hosts/linux/desktop/QtColors.h"
 
 #include "linux/desktop/Widgets.h"
 
+#include <QAbstractButton>
 #include <QAccessible>
 #include <QLabel>
-#include <QPushButton>
 #include <QTest>
 
 #include <doctest/doctest.h>
@@ -24,7 +25,12 @@ public:
 };
 
 Menu sample(const std::string& upload) {
-    const Menu settings{MenuCommand{"Private", MenuAction::setVisibilityPrivate, CheckMark::on}};
+    const Menu visibility{MenuCommand{"Private", MenuAction::setVisibilityPrivate, CheckMark::on},
+                          MenuCommand{"Live (for fans)", MenuAction::setVisibilityLive}};
+    const Menu settings{
+        MenuSubmenu{"Visibility: Private", visibility}, MenuSeparator{},
+        MenuCommand{"Show Cadora Helper in top menu", MenuAction::toggleMenuBarIcon, CheckMark::on},
+        MenuSeparator{}, MenuCommand{"Uninstall Cadora Helper…", MenuAction::uninstall}};
     return {MenuCommand{"Sign in to Cadora…", MenuAction::signIn},
             MenuSeparator{},
             MenuInformation{upload},
@@ -34,6 +40,17 @@ Menu sample(const std::string& upload) {
             MenuSeparator{},
             MenuInformation{"How to use:"}};
 }
+
+const std::vector<std::string> lines{"Sign in to Cadora…",
+                                     "No uploads",
+                                     "Settings",
+                                     "Visibility: Private",
+                                     "Private",
+                                     "Live (for fans)",
+                                     "Show Cadora Helper in top menu",
+                                     "Uninstall Cadora Helper…",
+                                     "Quit Cadora Helper",
+                                     "How to use:"};
 
 struct Fixture {
     Widgets widgets;
@@ -47,13 +64,30 @@ struct Fixture {
         widgets.loop.runPending();
     }
 
-    QPushButton& button(const char* text) {
-        for (QPushButton* const found : Widgets::visible<QPushButton>(window)) {
+    QAbstractButton& button(const char* text) {
+        for (QAbstractButton* const found : Widgets::visible<QAbstractButton>(window)) {
             if (found->text() == QString::fromUtf8(text)) {
                 return *found;
             }
         }
         throw std::runtime_error("no such button");
+    }
+
+    static std::string focused() {
+        return QAccessible::queryAccessibleInterface(QApplication::focusWidget())
+            ->text(QAccessible::Name)
+            .toStdString();
+    }
+
+    // What the keyboard comes to, from the first command on.
+    std::vector<std::string> reached() {
+        std::vector<std::string> result;
+        button("Sign in to Cadora…").setFocus();
+        for (std::size_t i = 0; i < lines.size(); ++i) {
+            result.push_back(focused());
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        }
+        return result;
     }
 };
 
@@ -61,48 +95,73 @@ struct Fixture {
 
 TEST_CASE("the menu's window shows the menu's lines in order") {
     Fixture fixture;
-    CHECK(Widgets::texts(fixture.window) == std::vector<std::string>{"Sign in to Cadora…", "No uploads",
-                                                                     "Settings", "Quit Cadora Helper",
-                                                                     "How to use:"});
-    QMenu* const settings = fixture.button("Settings").menu();
-    REQUIRE(settings->actions().size() == 1);
-    CHECK(settings->actions()[0]->text() == "Private");
-    CHECK(settings->actions()[0]->isChecked());
+    CHECK(fixture.reached() == lines);
+    CHECK(fixture.window.windowTitle().endsWith(" Menu"));
     Widgets::savePicture(fixture.window, "menu-window");
+}
+
+TEST_CASE("the menu's window shows what is chosen and what is switched on") {
+    Fixture fixture;
+    CHECK(fixture.button("Private").isChecked());
+    CHECK_FALSE(fixture.button("Live (for fans)").isChecked());
+    CHECK(fixture.button("Show Cadora Helper in top menu").isChecked());
+    // Only the next menu says that it has changed.
+    fixture.button("Live (for fans)").click();
+    CHECK_FALSE(fixture.button("Live (for fans)").isChecked());
+    CHECK(fixture.target.performed == std::vector{MenuAction::setVisibilityLive});
+}
+
+TEST_CASE("in the menu's window what destroys is marked, and information is no button") {
+    Fixture fixture;
+    const auto title = [&](const char* text) {
+        return fixture.button(text).palette().color(QPalette::ButtonText);
+    };
+    CHECK(title("Uninstall Cadora Helper…") != title("Quit Cadora Helper"));
+    CHECK(title("Uninstall Cadora Helper…").red() > title("Uninstall Cadora Helper…").green());
+    CHECK_THROWS(fixture.button("No uploads"));
+    CHECK_THROWS(fixture.button("Settings"));
+}
+
+TEST_CASE("the menu's window in the dark is readable") {
+    Fixture fixture;
+    QApplication::setPalette(Widgets::dark());
+    fixture.window.showMenu(sample("No uploads"), fixture.target);
+    fixture.widgets.loop.runPending();
+    for (const char* const text : {"Uninstall Cadora Helper…", "Sign in to Cadora…"}) {
+        const QPalette colors = fixture.button(text).palette();
+        CHECK(contrast(colors.color(QPalette::ButtonText), colors.color(QPalette::Button)) >= 4.5);
+    }
+    Widgets::savePicture(fixture.window, "menu-window-dark");
 }
 
 TEST_CASE("the menu's window does what its buttons, submenus and shortcuts say") {
     Fixture fixture;
     QTest::keyClick(&fixture.button("Sign in to Cadora…"), Qt::Key_Return);
-    fixture.button("Settings").menu()->actions()[0]->trigger();
+    QTest::keyClick(&fixture.button("Live (for fans)"), Qt::Key_Space);
     QTest::keyClick(&fixture.window, Qt::Key_Q, Qt::ControlModifier);
     fixture.widgets.loop.runUntil([&fixture] { return fixture.target.performed.size() == 3; });
     CHECK(fixture.target.performed ==
-          std::vector{MenuAction::signIn, MenuAction::setVisibilityPrivate, MenuAction::quit});
+          std::vector{MenuAction::signIn, MenuAction::setVisibilityLive, MenuAction::quit});
 }
 
 TEST_CASE("every line of the menu's window can be reached by the keyboard") {
     Fixture fixture;
-    std::vector<std::string> reached;
-    fixture.button("Sign in to Cadora…").setFocus();
-    for (int i = 0; i < 5; ++i) {
-        reached.push_back(QAccessible::queryAccessibleInterface(QApplication::focusWidget())
-                              ->text(QAccessible::Name)
-                              .toStdString());
-        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-    }
-    CHECK(reached == Widgets::texts(fixture.window));
+    CHECK(QApplication::focusWidget() == &fixture.button("Sign in to Cadora…"));
+    CHECK(fixture.reached() == lines);
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Down);
+    CHECK(fixture.focused() == lines[1]);
+    QTest::keyClick(QApplication::focusWidget(), Qt::Key_Up);
+    CHECK(fixture.focused() == lines[0]);
 }
 
 TEST_CASE("the menu's window follows the menu, and the keyboard stays where it was") {
     Fixture fixture;
     fixture.button("Quit Cadora Helper").setFocus();
-    const QMenu* const settings = fixture.button("Settings").menu();
     fixture.window.showMenu(sample("take & retake.wav — staged"), fixture.target);
     fixture.widgets.loop.runPending();
-    CHECK(Widgets::texts(fixture.window)[1] == "take & retake.wav — staged");
+    CHECK(QString::fromUtf8("take & retake.wav — staged") ==
+          fixture.window.findChildren<QLabel*>().constFirst()->text());
     CHECK(QApplication::focusWidget() == &fixture.button("Quit Cadora Helper"));
-    CHECK(fixture.button("Settings").menu() == settings);
 }
 
 TEST_CASE("a line that is read keeps the keyboard when its text changes") {

@@ -14,29 +14,31 @@ void BusObject::busLost() {
     }
 }
 
-ApplicationAdaptor::ApplicationAdaptor(QObject& object, QDBusConnection bus, std::function<void()> activate,
-                                       OpenURIs open)
-    : QDBusAbstractAdaptor(&object), bus_(std::move(bus)), activate_(std::move(activate)),
-      open_(std::move(open)) {}
+ApplicationAdaptor::ApplicationAdaptor(QObject& object, QDBusConnection bus, Calls calls)
+    : QDBusAbstractAdaptor(&object), bus_(std::move(bus)), calls_(std::move(calls)) {}
 
-void ApplicationAdaptor::Activate(const QVariantMap&) {
-    activate_();
+void ApplicationAdaptor::Activate(const QVariantMap& platformData, const QDBusMessage& message) {
+    calls_.takePlatformData(platformData);
+    answer(message, calls_.activate());
 }
 
-void ApplicationAdaptor::Open(const QStringList& uris, const QVariantMap&, const QDBusMessage& message) {
-    if (const QString error = open_(uris); !error.isEmpty()) {
-        refuse(message, error);
+void ApplicationAdaptor::Open(const QStringList& uris, const QVariantMap& platformData,
+                              const QDBusMessage& message) {
+    calls_.takePlatformData(platformData);
+    answer(message, calls_.open(uris));
+}
+
+void ApplicationAdaptor::ActivateAction(const QString& name, const QVariantList&,
+                                        const QVariantMap& platformData, const QDBusMessage& message) {
+    calls_.takePlatformData(platformData);
+    answer(message, calls_.activateAction(name));
+}
+
+void ApplicationAdaptor::answer(const QDBusMessage& message, const Refusal& refusal) {
+    if (!refusal.error.isEmpty()) {
+        message.setDelayedReply(true);
+        bus_.send(message.createErrorReply(refusal.error, refusal.reason));
     }
-}
-
-void ApplicationAdaptor::ActivateAction(const QString& name, const QVariantList&, const QVariantMap&,
-                                        const QDBusMessage& message) {
-    refuse(message, QStringLiteral("There is no action “%1”.").arg(name));
-}
-
-void ApplicationAdaptor::refuse(const QDBusMessage& message, const QString& reason) {
-    message.setDelayedReply(true);
-    bus_.send(message.createErrorReply(QString::fromLatin1(requestRefused), reason));
 }
 
 } // namespace cadora::dbus

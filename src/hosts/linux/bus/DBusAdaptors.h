@@ -72,23 +72,32 @@ class ApplicationAdaptor : public QDBusAbstractAdaptor {
                                        "</interface>\n")
 
 public:
-    // Returns the error text, empty when there is none.
-    using OpenURIs = std::function<QString(const QStringList& uris)>;
+    struct Refusal {
+        QString error; // its name on the bus; empty when nothing is refused
+        QString reason;
+    };
 
-    ApplicationAdaptor(QObject& object, QDBusConnection bus, std::function<void()> activate, OpenURIs open);
+    // What the calls do. The first one gets what the desktop gave, before the others.
+    struct Calls {
+        std::function<void(const QVariantMap& platformData)> takePlatformData;
+        std::function<Refusal()> activate;
+        std::function<Refusal(const QStringList& uris)> open;
+        std::function<Refusal(const QString& action)> activateAction;
+    };
+
+    ApplicationAdaptor(QObject& object, QDBusConnection bus, Calls calls);
 
 public Q_SLOTS:
-    void Activate(const QVariantMap& platformData);
+    void Activate(const QVariantMap& platformData, const QDBusMessage& message);
     void Open(const QStringList& uris, const QVariantMap& platformData, const QDBusMessage& message);
     void ActivateAction(const QString& name, const QVariantList& parameter, const QVariantMap& platformData,
                         const QDBusMessage& message);
 
 private:
-    void refuse(const QDBusMessage& message, const QString& reason);
+    void answer(const QDBusMessage& message, const Refusal& refusal);
 
     QDBusConnection bus_;
-    std::function<void()> activate_;
-    OpenURIs open_;
+    Calls calls_;
 };
 
 } // namespace cadora::dbus

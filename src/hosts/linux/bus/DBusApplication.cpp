@@ -20,6 +20,13 @@ std::vector<std::string> texts(const QStringList& list) {
     return result;
 }
 
+dbus::ApplicationAdaptor::Refusal refusal(const std::string& reason) {
+    if (reason.empty()) {
+        return {};
+    }
+    return {QString::fromLatin1(dbus::requestRefused), QString::fromStdString(reason)};
+}
+
 } // namespace
 
 DBusApplication::DBusApplication(QDBusConnection bus, SystemLog& systemLog)
@@ -28,19 +35,50 @@ DBusApplication::DBusApplication(QDBusConnection bus, SystemLog& systemLog)
     new dbus::ServicesAdaptor(object_, [this](const QStringList& uris, const QString& userData) {
         return QString::fromStdString(send(texts(uris), userData.toStdString()));
     });
-    new dbus::ApplicationAdaptor(
-        object_, bus_,
-        [this] {
-            if (reopenHandler_) {
-                reopenHandler_();
-            }
-        },
-        [this](const QStringList& uris) { return QString::fromStdString(open(texts(uris))); });
+    new dbus::ApplicationAdaptor(object_, bus_, calls());
     bus_.registerObject(QString::fromLatin1(dbus::objectPath), &object_, QDBusConnection::ExportAdaptors);
 }
 
 DBusApplication::~DBusApplication() {
     bus_.unregisterObject(QString::fromLatin1(dbus::objectPath));
+}
+
+dbus::ApplicationAdaptor::Calls DBusApplication::calls() {
+    return {
+        [this](const QVariantMap& platformData) { takePlatformData(platformData); },
+        [this] { return activate(); },
+        [this](const QStringList& uris) { return refusal(open(texts(uris))); },
+        [this](const QString& name) { return activateAction(name); },
+    };
+}
+
+void DBusApplication::takePlatformData(const QVariantMap& platformData) {
+    const auto text = [&](const char* key) {
+        return platformData.value(QString::fromLatin1(key)).toString().toStdString();
+    };
+    if (activationHandler_) {
+        activationHandler_({text(dbus::activationToken), text(dbus::startupID)});
+    }
+}
+
+DBusApplication::Refusal DBusApplication::activate() {
+    if (giveWayHandler_) {
+        return {QString::fromLatin1(dbus::noDisplay),
+                QStringLiteral("Cadora Helper runs without a display.")};
+    }
+    if (reopenHandler_) {
+        reopenHandler_();
+    }
+    return {};
+}
+
+DBusApplication::Refusal DBusApplication::activateAction(const QString& name) {
+    if (name != QLatin1String(dbus::giveWayAction) || !giveWayHandler_) {
+        return refusal("There is no action “" + name.toStdString() + "”.");
+    }
+    provider_ = nullptr;
+    giveWayHandler_();
+    return {};
 }
 
 DBusApplication::Claim DBusApplication::claimName() {
@@ -66,6 +104,14 @@ void DBusApplication::setServicesProvider(ServicesProvider& provider) {
 
 void DBusApplication::setReopenHandler(std::function<void()> handler) {
     reopenHandler_ = std::move(handler);
+}
+
+void DBusApplication::setActivationHandler(std::function<void(const Activation&)> handler) {
+    activationHandler_ = std::move(handler);
+}
+
+void DBusApplication::setGiveWayHandler(std::function<void()> handler) {
+    giveWayHandler_ = std::move(handler);
 }
 
 void DBusApplication::setURLHandler(std::function<URLReception(const URL&)> handler) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "hosts/linux/bus/Activation.h"
 #include "hosts/linux/bus/DBusAdaptors.h"
 #include "platform/Application.h"
 #include "platform/SystemLog.h"
@@ -39,6 +40,13 @@ public:
     // Called when the user opens the program again. Until it is set, that does nothing.
     void setReopenHandler(std::function<void()> handler);
 
+    // Called with what the desktop gave with a call to come to the front with, before what the call does.
+    void setActivationHandler(std::function<void(const Activation&)> handler);
+
+    // For a program that can show nothing: being opened is refused from here on, so that a start that has a
+    // display can ask it to give way. Then send requests are refused, and the handler is to end the program.
+    void setGiveWayHandler(std::function<void()> handler);
+
     // Called with each URL of the program's own scheme. Where it is null, such URLs are dropped like those
     // that it doesn't take: with a log line that holds nothing of what they carry.
     void setURLHandler(std::function<URLReception(const URL&)> handler);
@@ -51,6 +59,12 @@ public:
     std::string open(const std::vector<std::string>& urisAndPaths);
 
 private:
+    using Refusal = dbus::ApplicationAdaptor::Refusal;
+
+    dbus::ApplicationAdaptor::Calls calls();
+    void takePlatformData(const QVariantMap& platformData);
+    Refusal activate();
+    Refusal activateAction(const QString& name);
     std::string send(const std::vector<std::string>& urisAndPaths, const std::string& userData);
     void openOwnURL(const std::string& text);
 
@@ -59,6 +73,8 @@ private:
     dbus::BusObject object_;
     ServicesProvider* provider_ = nullptr;
     std::function<void()> reopenHandler_;
+    std::function<void(const Activation&)> activationHandler_;
+    std::function<void()> giveWayHandler_;
     std::function<URLReception(const URL&)> urlHandler_;
     std::function<void()> busLostHandler_;
 };

@@ -5,6 +5,8 @@
 
 #include <chrono>
 #include <cstdlib>
+#include <memory>
+#include <utility>
 
 #include <sysexits.h>
 
@@ -32,8 +34,77 @@ Outcome outcomeOf(const GError* error) {
         g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_NO_REPLY) != FALSE) {
         return Outcome::nobodyRuns;
     }
-    const gio::Owned<gchar> name(g_dbus_error_get_remote_error(error));
-    return name && std::string(name.get()) == dbus::requestRefused ? Outcome::refused : Outcome::noAnswer;
+    const gio::Owned<gchar> remote(g_dbus_error_get_remote_error(error));
+    const std::string name = remote ? remote.get() : "";
+    if (name == dbus::noDisplay) {
+        return Outcome::noDisplay;
+    }
+    return name == dbus::requestRefused ? Outcome::refused : Outcome::noAnswer;
+}
+
+// What the desktop gave this process to come to the front with.
+GVariant* platformData() {
+    GVariantBuilder entries;
+    g_variant_builder_init(&entries, G_VARIANT_TYPE("a{sv}"));
+    for (const auto& [variable, key] : {std::pair("XDG_ACTIVATION_TOKEN", dbus::activationToken),
+                                        std::pair("DESKTOP_STARTUP_ID", dbus::startupID)}) {
+        const char* const value = std::getenv(variable);
+        if (value != nullptr && *value != '\0' && g_utf8_validate(value, -1, nullptr) != FALSE) {
+            g_variant_builder_add(&entries, "{sv}", key, g_variant_new_string(value));
+        }
+    }
+    return g_variant_builder_end(&entries);
+}
+
+GVariant* arrayOf(const std::vector<std::string>& uris) {
+    GVariantBuilder list;
+    g_variant_builder_init(&list, G_VARIANT_TYPE("as"));
+    for (const std::string& uri : uris) {
+        g_variant_builder_add(&list, "s", uri.c_str());
+    }
+    return g_variant_builder_end(&list);
+}
+
+bool callHelper(GDBusConnection& bus, const char* method, GVariant* arguments, GError** error) {
+    constexpr std::chrono::milliseconds patience = std::chrono::minutes(2);
+    const gio::Owned<GVariant> answer(g_dbus_connection_call_sync(
+        &bus, dbus::busName, dbus::objectPath, dbus::applicationInterface, method, arguments, nullptr,
+        G_DBUS_CALL_FLAGS_NO_AUTO_START, static_cast<int>(patience.count()), nullptr, error));
+    return answer != nullptr;
+}
+
+bool waitUntilNobodyRuns(GDBusConnection& bus) {
+    constexpr std::chrono::seconds patience(30);
+    const std::unique_ptr<GMainContext, decltype(&g_main_context_unref)> context(g_main_context_new(),
+                                                                                 &g_main_context_unref);
+    g_main_context_push_thread_default(context.get());
+    struct Wait {
+        gio::Owned<GMainLoop> loop;
+        bool isTooLong = false;
+    } wait{gio::Owned<GMainLoop>(g_main_loop_new(context.get(), FALSE))};
+    const guint watch = g_bus_watch_name_on_connection(
+        &bus, dbus::busName, G_BUS_NAME_WATCHER_FLAGS_NONE, nullptr,
+        [](GDBusConnection*, const char*, gpointer data) {
+            g_main_loop_quit(static_cast<Wait*>(data)->loop.get());
+        },
+        &wait, nullptr);
+    const std::unique_ptr<GSource, decltype(&g_source_unref)> timeout(
+        g_timeout_source_new_seconds(static_cast<guint>(patience.count())), &g_source_unref);
+    g_source_set_callback(
+        timeout.get(),
+        [](gpointer data) -> gboolean {
+            auto& late = *static_cast<Wait*>(data);
+            late.isTooLong = true;
+            g_main_loop_quit(late.loop.get());
+            return G_SOURCE_REMOVE;
+        },
+        &wait, nullptr);
+    g_source_attach(timeout.get(), context.get());
+    g_main_loop_run(wait.loop.get());
+    g_source_destroy(timeout.get());
+    g_bus_unwatch_name(watch);
+    g_main_context_pop_thread_default(context.get());
+    return !wait.isTooLong;
 }
 
 } // namespace
@@ -46,25 +117,9 @@ Forwarding forwardToRunningHelper(const std::vector<std::string>& uris) {
     }
 
     GError* error = nullptr;
-    GVariantBuilder platformData;
-    g_variant_builder_init(&platformData, G_VARIANT_TYPE("a{sv}"));
-    GVariant* arguments = nullptr;
-    if (uris.empty()) {
-        arguments = g_variant_new("(a{sv})", &platformData);
-    } else {
-        GVariantBuilder list;
-        g_variant_builder_init(&list, G_VARIANT_TYPE("as"));
-        for (const std::string& uri : uris) {
-            g_variant_builder_add(&list, "s", uri.c_str());
-        }
-        arguments = g_variant_new("(asa{sv})", &list, &platformData);
-    }
-    constexpr std::chrono::milliseconds patience = std::chrono::minutes(2);
-    const gio::Owned<GVariant> answer(g_dbus_connection_call_sync(
-        bus.get(), dbus::busName, dbus::objectPath, dbus::applicationInterface,
-        uris.empty() ? "Activate" : "Open", arguments, nullptr, G_DBUS_CALL_FLAGS_NO_AUTO_START,
-        static_cast<int>(patience.count()), nullptr, &error));
-    if (answer) {
+    GVariant* const arguments = uris.empty() ? g_variant_new("(@a{sv})", platformData())
+                                             : g_variant_new("(@as@a{sv})", arrayOf(uris), platformData());
+    if (callHelper(*bus, uris.empty() ? "Activate" : "Open", arguments, &error)) {
         return {Outcome::done, {}};
     }
     const Outcome outcome = outcomeOf(error);
@@ -75,9 +130,37 @@ Forwarding forwardToRunningHelper(const std::vector<std::string>& uris) {
     return forwarding;
 }
 
-std::optional<int> endByForwarding(const std::vector<std::string>& uris, SystemLog& log) {
-    const Forwarding forwarding = forwardToRunningHelper(uris);
+std::string takeOverFromRunningHelper() {
+    std::string reason;
+    const auto bus = gio::openSessionBus(reason);
+    if (!bus) {
+        return reason;
+    }
+    GError* error = nullptr;
+    GVariant* const arguments = g_variant_new("(sav@a{sv})", dbus::giveWayAction, nullptr, platformData());
+    if (!callHelper(*bus, "ActivateAction", arguments, &error)) {
+        const Outcome outcome = outcomeOf(error);
+        reason = gio::takeReason(error);
+        return outcome == Outcome::nobodyRuns ? std::string() : reason;
+    }
+    return waitUntilNobodyRuns(*bus) ? std::string() : "it did not end";
+}
+
+std::optional<int> endByForwarding(const Start& start, SystemLog& log) {
+    if (start.isForService && start.uris.empty()) {
+        return std::nullopt;
+    }
+    const Forwarding forwarding = forwardToRunningHelper(start.uris);
     switch (forwarding.outcome) {
+    case Outcome::noDisplay:
+        if (!start.hasDisplay()) {
+            return EXIT_SUCCESS;
+        }
+        if (const std::string problem = takeOverFromRunningHelper(); !problem.empty()) {
+            return endWith(EX_UNAVAILABLE,
+                           "the helper that runs without a display did not give way: " + problem, log);
+        }
+        return std::nullopt;
     case Outcome::done:
         return EXIT_SUCCESS;
     case Outcome::nobodyRuns:
@@ -92,10 +175,12 @@ std::optional<int> endByForwarding(const std::vector<std::string>& uris, SystemL
     return EX_UNAVAILABLE;
 }
 
-std::optional<int> endUnlessClaimed(DBusApplication& application, const std::vector<std::string>& uris,
-                                    SystemLog& log) {
+std::optional<int> endUnlessClaimed(DBusApplication& application, const Start& start, SystemLog& log) {
     for (int attempt = 1; application.claimName() == DBusApplication::Claim::anotherRuns; ++attempt) {
-        if (const auto status = endByForwarding(uris, log)) {
+        if (start.isForService && start.uris.empty()) {
+            return EXIT_SUCCESS;
+        }
+        if (const auto status = endByForwarding(start, log)) {
             return status;
         }
         if (attempt == claimAttempts) {

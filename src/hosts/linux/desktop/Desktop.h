@@ -1,6 +1,7 @@
 #pragma once
 
 #include "hosts/linux/bus/DBusApplication.h"
+#include "hosts/linux/desktop/QtApplication.h"
 #include "hosts/linux/file-managers/FileManagerEntries.h"
 #include "platform/Application.h"
 
@@ -22,8 +23,14 @@ bool canShowWindows();
 // The application with what shows it, or without where nothing can be shown.
 struct Desktop {
     std::unique_ptr<Application> application;
-    // The user opened the program again.
-    std::function<void()> showMenus;
+    // The same one; null where nothing can be shown.
+    QtApplication* shown = nullptr;
+
+    // The user opened the program again, which `reopen` is told.
+    void reopen(const std::function<void()>& reopen) const;
+
+    // The program has begun, and the user had opened it with that.
+    void showFirst(const Activation& activation) const;
 };
 
 // What is passed by reference must outlive the desktop.

@@ -1,36 +1,57 @@
 #include "hosts/linux/desktop/MenuWindow.h"
 
+#include "hosts/linux/desktop/DestructiveButton.h"
 #include "hosts/linux/desktop/QtColors.h"
+#include "hosts/linux/desktop/QtContentView.h"
 #include "hosts/linux/desktop/QtText.h"
 #include "hosts/linux/desktop/QtWindow.h"
 
 #include <QAccessible>
 #include <QAccessibleWidget>
 #include <QApplication>
+#include <QCheckBox>
 #include <QFrame>
+#include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
-#include <QMouseEvent>
 #include <QPainter>
 #include <QPushButton>
+#include <QRadioButton>
 #include <QScreen>
 #include <QScrollArea>
 #include <QScrollBar>
 #include <QStyle>
-#include <QStyleOptionMenuItem>
+#include <QStyleOptionFocusRect>
 #include <QVBoxLayout>
 
 #include <algorithm>
+#include <cstddef>
 
 namespace cadora {
 
 namespace {
 
+// In points of the content.
+constexpr double contentWidth = 440;
+constexpr double windowMargin = 18;
+constexpr double boxMargin = 12;
+constexpr double boxSpacing = 12;
+constexpr double lineSpacing = 8;
+constexpr double cornerRadius = 8;
+
+int scaled(double points) {
+    return qRound(points * QtContentView::pixelsPerPoint());
+}
+
 class Separator : public QFrame {
 public:
     Separator() {
         setFrameShape(QFrame::HLine);
-        setFrameShadow(QFrame::Sunken);
+        setFrameShadow(QFrame::Plain);
+        QPalette colors = QApplication::palette();
+        colors.setColor(QPalette::WindowText,
+                        blend(colors.color(QPalette::Base), colors.color(QPalette::Text), 0.15));
+        setPalette(colors);
         QAccessible::installFactory(&Separator::makeAccessible);
     }
 
@@ -42,57 +63,55 @@ private:
     }
 };
 
-// A line as the desktop's style draws a menu's, so that this is the same menu in another place.
-QStyleOptionMenuItem menuItem(const QWidget& line, const QString& text) {
-    QStyleOptionMenuItem option;
-    option.initFrom(&line);
-    option.state.setFlag(QStyle::State_Selected, line.hasFocus());
-    option.state.setFlag(QStyle::State_HasFocus, false);
-    option.menuItemType = QStyleOptionMenuItem::Normal;
-    option.checkType = QStyleOptionMenuItem::NotCheckable;
-    option.font = line.font();
-    option.text = text;
-    option.reservedShortcutWidth =
-        line.fontMetrics().horizontalAdvance(text.section(QLatin1Char('\t'), 1, 1));
-    option.menuRect = line.rect();
-    option.palette.setColor(QPalette::Window, line.palette().color(QPalette::Window));
-    return option;
-}
+enum class Ground { own, ofWindow };
 
-QSize menuItemSize(const QWidget& line, const QString& text) {
-    const QStyleOptionMenuItem option = menuItem(line, text);
-    const QFontMetrics metrics = line.fontMetrics();
-    const int title = metrics.size(Qt::TextShowMnemonic, text.section(QLatin1Char('\t'), 0, 0)).width();
-    const QSize content(title + option.reservedShortcutWidth + 2 * metrics.averageCharWidth(),
-                        metrics.height());
-    return line.style()->sizeFromContents(QStyle::CT_MenuItem, &option, content, &line);
-}
-
-class InformationLine : public QLabel {
+// What belongs together.
+class Box : public QWidget {
 public:
-    explicit InformationLine(const MenuInformation& information) : text_(qtTitle(information.title)) {
-        setTextFormat(Qt::PlainText);
-        setText(qtText(information.title));
-        setFocusPolicy(Qt::StrongFocus);
-        setMouseTracking(true);
+    explicit Box(Ground ground) : ground_(ground), layout_(new QVBoxLayout(this)) {
+        const int margin = ground == Ground::own ? scaled(boxMargin) : 0;
+        layout_->setContentsMargins(margin, margin, margin, margin);
+        layout_->setSpacing(scaled(lineSpacing));
     }
 
-    QSize sizeHint() const override { return menuItemSize(*this, text_); }
-    QSize minimumSizeHint() const override { return sizeHint(); }
+    QBoxLayout& layout() { return *layout_; }
 
 protected:
     void paintEvent(QPaintEvent*) override {
-        QPainter painter(this);
-        QStyleOptionMenuItem option = menuItem(*this, text_);
-        const QColor quiet = color(ColorRole::tertiaryLabel, palette());
-        for (const QPalette::ColorRole role : {QPalette::WindowText, QPalette::Text, QPalette::ButtonText}) {
-            option.palette.setColor(role, quiet);
+        if (ground_ == Ground::ofWindow) {
+            return;
         }
-        style()->drawControl(QStyle::CE_MenuItem, &option, &painter, this);
+        QPainter painter(this);
+        painter.setRenderHint(QPainter::Antialiasing);
+        const QColor ground = palette().color(QPalette::Base);
+        painter.setPen(blend(palette().color(QPalette::Window), palette().color(QPalette::WindowText), 0.15));
+        painter.setBrush(ground);
+        painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), scaled(cornerRadius),
+                                scaled(cornerRadius));
     }
 
-    void mouseMoveEvent(QMouseEvent*) override { setFocus(Qt::MouseFocusReason); }
+private:
+    Ground ground_;
+    QBoxLayout* layout_;
+};
 
+// Takes the keyboard only where a screen reader's user goes through the lines.
+class TextLine : public QLabel {
+public:
+    TextLine(const std::string& text, MenuWindow::TextLook look) {
+        setTextFormat(Qt::PlainText);
+        setText(qtText(text));
+        setWordWrap(true);
+        setFocusPolicy(Qt::TabFocus);
+        setForegroundRole(QPalette::Text);
+        if (look == MenuWindow::TextLook::heading) {
+            QFont bold = font();
+            bold.setWeight(QFont::DemiBold);
+            setFont(bold);
+        }
+    }
+
+protected:
     // As buttons do.
     void keyPressEvent(QKeyEvent* event) override {
         if (event->key() == Qt::Key_Up || event->key() == Qt::Key_Down) {
@@ -102,82 +121,150 @@ protected:
         }
     }
 
-private:
-    QString text_;
-};
-
-class MenuLine : public QPushButton {
-public:
-    MenuLine(const QString& title, const QString& keys, CheckMark checkMark) : QPushButton(title) {
-        setAutoDefault(false);
-        setMouseTracking(true);
-        setCheckable(checkMark == CheckMark::on);
-        setChecked(checkMark == CheckMark::on);
-        if (!keys.isEmpty()) {
-            setShortcut(QKeySequence(keys));
-            text_ = title + QLatin1Char('\t') + keys;
-        } else {
-            text_ = title;
+    void paintEvent(QPaintEvent* event) override {
+        QLabel::paintEvent(event);
+        if (hasFocus()) {
+            QPainter painter(this);
+            QStyleOptionFocusRect option;
+            option.initFrom(this);
+            style()->drawPrimitive(QStyle::PE_FrameFocusRect, &option, &painter, this);
         }
     }
+};
 
-    QSize sizeHint() const override { return menuItemSize(*this, text_); }
-    QSize minimumSizeHint() const override { return sizeHint(); }
+// On or off at once, without anything else to press: a track with a knob, at the end of its title's line.
+class Switch : public QCheckBox {
+public:
+    explicit Switch(const QString& title) : QCheckBox(title) { setCursor(Qt::PointingHandCursor); }
+
+    QSize sizeHint() const override {
+        const QSize title = fontMetrics().size(Qt::TextShowMnemonic, text());
+        return {title.width() + scaled(lineSpacing) + track().width(),
+                std::max(title.height(), track().height()) + scaled(4)};
+    }
 
 protected:
+    bool hitButton(const QPoint& position) const override { return rect().contains(position); }
+
     void paintEvent(QPaintEvent*) override {
         QPainter painter(this);
-        QStyleOptionMenuItem option = menuItem(*this, text_);
-        option.state.setFlag(QStyle::State_Sunken, isDown());
-        if (menu()) {
-            option.menuItemType = QStyleOptionMenuItem::SubMenu;
+        painter.setRenderHint(QPainter::Antialiasing);
+        painter.setPen(palette().color(QPalette::Text));
+        painter.drawText(rect(), Qt::AlignLeft | Qt::AlignVCenter | Qt::TextShowMnemonic, text());
+        const QColor ground = palette().color(QPalette::Base);
+        const QColor off = blend(ground, palette().color(QPalette::Text), 0.5);
+        const QColor on = palette().color(QPalette::Highlight);
+        QRectF box(QPointF(), track());
+        box.moveCenter(QPointF(width() - track().width() / 2.0, height() / 2.0));
+        painter.setPen(Qt::NoPen);
+        painter.setBrush(isChecked() ? on : off);
+        painter.drawRoundedRect(box, box.height() / 2, box.height() / 2);
+        const double gap = scaled(2);
+        QRectF knob = box.adjusted(gap, gap, -gap, -gap);
+        knob.setWidth(knob.height());
+        if (isChecked()) {
+            knob.moveRight(box.right() - gap);
         }
-        if (isCheckable()) {
-            option.checkType = QStyleOptionMenuItem::NonExclusive;
-            option.menuHasCheckableItems = true;
-            option.checked = isChecked();
-        }
-        style()->drawControl(QStyle::CE_MenuItem, &option, &painter, this);
-    }
-
-    // One line is chosen at a time, as in a menu, by the pointer or by the keys: by a pointer that moves, not
-    // by one that rests where the window appears.
-    void mouseMoveEvent(QMouseEvent* event) override {
-        setFocus(Qt::MouseFocusReason);
-        QPushButton::mouseMoveEvent(event);
-    }
-
-    void keyPressEvent(QKeyEvent* event) override {
-        const bool chooses = event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter;
-        if (menu() && (chooses || event->key() == Qt::Key_Right)) {
-            showMenu();
-        } else if (chooses) {
-            click();
-        } else {
-            QPushButton::keyPressEvent(event);
+        painter.setBrush(Qt::white);
+        painter.drawEllipse(knob);
+        if (hasFocus()) {
+            painter.setPen(QPen(palette().color(QPalette::Text), 1));
+            painter.setBrush(Qt::NoBrush);
+            painter.drawRoundedRect(box.adjusted(-2, -2, 2, 2), box.height() / 2, box.height() / 2);
         }
     }
 
 private:
-    QString text_;
+    static QSize track() { return {scaled(34), scaled(18)}; }
 };
 
-QWidget* makeCommand(const MenuCommand& command, MenuTarget& target) {
-    const QString keys = command.keyEquivalent.empty()
-                             ? QString()
-                             : QStringLiteral("Ctrl+") + qtText(command.keyEquivalent).toUpper();
-    auto* const line = new MenuLine(qtTitle(command.title), keys, command.checkMark);
-    QObject::connect(line, &QPushButton::clicked, line, [line, action = command.action, &target] {
-        line->setChecked(line->isCheckable());
-        target.perform(action);
-    });
-    return line;
+enum class CommandLook { button, destructiveButton, choice, toggle };
+
+CommandLook lookOf(MenuAction action) {
+    switch (action) {
+    case MenuAction::setVisibilityPrivate:
+    case MenuAction::setVisibilityLive:
+        return CommandLook::choice;
+    case MenuAction::toggleMenuBarIcon:
+        return CommandLook::toggle;
+    case MenuAction::uninstall:
+        return CommandLook::destructiveButton;
+    case MenuAction::signIn:
+    case MenuAction::syncNow:
+    case MenuAction::signOut:
+    case MenuAction::quit:
+        return CommandLook::button;
+    }
+    return CommandLook::button;
+}
+
+// A button of whose kind Return presses as well as the space bar.
+template <class Button> class Pressed : public Button {
+public:
+    using Button::Button;
+
+protected:
+    void keyPressEvent(QKeyEvent* event) override {
+        if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
+            this->click();
+        } else {
+            Button::keyPressEvent(event);
+        }
+    }
+};
+
+QAbstractButton* makeButton(const MenuCommand& command) {
+    const QString title = qtTitle(command.title);
+    const CommandLook look = lookOf(command.action);
+    if (look == CommandLook::choice) {
+        return new Pressed<QRadioButton>(title);
+    }
+    if (look == CommandLook::toggle) {
+        return new Pressed<Switch>(title);
+    }
+    auto* const button = new Pressed<QPushButton>(title);
+    button->setAutoDefault(false);
+    if (look == CommandLook::destructiveButton) {
+        markDestructive(*button);
+    }
+    return button;
+}
+
+QAbstractButton* makeCommand(const MenuCommand& command, MenuTarget& target) {
+    QAbstractButton* const button = makeButton(command);
+    const bool isOn = command.checkMark == CheckMark::on;
+    if (button->isCheckable()) {
+        // What is on, the menu says.
+        button->setAutoExclusive(false);
+        button->setChecked(isOn);
+    }
+    if (!command.keyEquivalent.empty()) {
+        const QKeySequence keys(QStringLiteral("Ctrl+") + qtText(command.keyEquivalent).toUpper());
+        button->setShortcut(keys);
+        button->setToolTip(keys.toString(QKeySequence::NativeText));
+    }
+    QObject::connect(button, &QAbstractButton::clicked, button,
+                     [button, isOn, action = command.action, &target] {
+                         button->setChecked(isOn);
+                         target.perform(action);
+                     });
+    return button;
+}
+
+bool standsInRow(const MenuItem& item) {
+    const auto* const command = std::get_if<MenuCommand>(&item);
+    return command != nullptr && lookOf(command->action) != CommandLook::toggle;
+}
+
+// One that only leads to the lines below it.
+bool isHeading(const MenuInformation& information) {
+    return information.title.ends_with(':');
 }
 
 } // namespace
 
 MenuWindow::MenuWindow() : scroller_(new QScrollArea) {
-    setWindowTitle(QApplication::applicationName());
+    setWindowTitle(QApplication::applicationName() + QStringLiteral(" Menu"));
     auto* const layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     scroller_->setFrameShape(QFrame::NoFrame);
@@ -190,15 +277,14 @@ MenuWindow::MenuWindow() : scroller_(new QScrollArea) {
 
 void MenuWindow::showMenu(const Menu& menu, MenuTarget& target) {
     const Line focused = focusedLine();
+    lines_.clear();
     auto* const content = new QWidget;
-    auto* const layout = new QVBoxLayout(content);
-    layout->setSpacing(0);
-    const int margin = style()->pixelMetric(QStyle::PM_LayoutTopMargin) / 2;
-    layout->setContentsMargins(0, margin, 0, margin);
-    for (const MenuItem& item : menu) {
-        layout->addWidget(makeLine(item, target));
-    }
-    layout->addStretch();
+    auto* const boxes = new QVBoxLayout(content);
+    const int margin = scaled(windowMargin);
+    boxes->setContentsMargins(margin, margin, margin, margin);
+    boxes->setSpacing(scaled(boxSpacing));
+    addBoxes(*boxes, menu, target);
+    boxes->addStretch();
     if (QWidget* const former = scroller_->takeWidget()) {
         former->hide();
         // It may be the one whose button led here.
@@ -206,9 +292,84 @@ void MenuWindow::showMenu(const Menu& menu, MenuTarget& target) {
     }
     scroller_->setWidget(content);
     content->show();
+    fit(*content);
+    focusLine(focused);
+}
+
+// A separator begins a new box, and a submenu has one to itself.
+void MenuWindow::addBoxes(QBoxLayout& boxes, const Menu& menu, MenuTarget& target) {
+    Box* box = nullptr;
+    QBoxLayout* row = nullptr;
+    for (const MenuItem& item : menu) {
+        const auto* const submenu = std::get_if<MenuSubmenu>(&item);
+        if (std::holds_alternative<MenuSeparator>(item) || submenu != nullptr) {
+            box = nullptr;
+            row = nullptr;
+        }
+        if (submenu != nullptr) {
+            auto* const own = new Box(Ground::own);
+            boxes.addWidget(own);
+            addSubmenu(own->layout(), *submenu, TextLook::heading, target);
+        } else if (!std::holds_alternative<MenuSeparator>(item)) {
+            if (box == nullptr) {
+                // Buttons alone bring their own.
+                box = new Box(standsInRow(item) ? Ground::ofWindow : Ground::own);
+                boxes.addWidget(box);
+            }
+            if (!standsInRow(item)) {
+                row = nullptr;
+            } else if (row == nullptr) {
+                row = new QHBoxLayout;
+                box->layout().addLayout(row);
+            }
+            addItem(row != nullptr ? *row : box->layout(), item, target);
+        }
+    }
+}
+
+void MenuWindow::addSubmenu(QBoxLayout& box, const MenuSubmenu& submenu, TextLook look, MenuTarget& target) {
+    addLine(box, new TextLine(submenu.title, look), qtText(submenu.title));
+    QBoxLayout* row = nullptr;
+    for (const MenuItem& item : submenu.menu) {
+        if (const auto* const inner = std::get_if<MenuSubmenu>(&item)) {
+            addSubmenu(box, *inner, TextLook::plain, target);
+            continue;
+        }
+        if (!standsInRow(item)) {
+            row = nullptr;
+        } else if (row == nullptr) {
+            row = new QHBoxLayout;
+            box.addLayout(row);
+        }
+        addItem(row != nullptr ? *row : box, item, target);
+    }
+    if (row != nullptr) {
+        row->addStretch();
+    }
+}
+
+void MenuWindow::addItem(QBoxLayout& layout, const MenuItem& item, MenuTarget& target) {
+    if (const auto* const information = std::get_if<MenuInformation>(&item)) {
+        const TextLook look = isHeading(*information) ? TextLook::heading : TextLook::plain;
+        addLine(layout, new TextLine(information->title, look), qtText(information->title));
+    } else if (const auto* const command = std::get_if<MenuCommand>(&item)) {
+        addLine(layout, makeCommand(*command, target), qtText(command->title));
+    } else {
+        layout.addWidget(new Separator);
+    }
+}
+
+void MenuWindow::addLine(QBoxLayout& layout, QWidget* line, const QString& title) {
+    line->setObjectName(title);
+    layout.addWidget(line);
+    lines_.push_back(line);
+}
+
+void MenuWindow::fit(const QWidget& content) {
     const QSize space = screen()->availableGeometry().size();
-    QSize wanted = content->sizeHint();
-    const int highest = space.height() * 3 / 4;
+    QSize wanted(std::max(scaled(contentWidth), content.minimumSizeHint().width()), 0);
+    wanted.setHeight(content.heightForWidth(wanted.width()));
+    const int highest = space.height() * 9 / 10;
     if (wanted.height() > highest) {
         wanted = QSize(wanted.width() + scroller_->verticalScrollBar()->sizeHint().width(), highest);
     }
@@ -216,62 +377,32 @@ void MenuWindow::showMenu(const Menu& menu, MenuTarget& target) {
     if (!isVisible() || wanted.height() > height()) {
         resize(wanted.boundedTo(space));
     }
-    focusLine(*layout, focused);
 }
 
 MenuWindow::Line MenuWindow::focusedLine() const {
     QWidget* const focused = isVisible() ? focusWidget() : nullptr;
-    const QWidget* const content = scroller_->widget();
-    if (focused == nullptr || content == nullptr) {
-        return {};
+    const auto found = std::find(lines_.begin(), lines_.end(), focused);
+    if (found == lines_.end()) {
+        return {-1, {}};
     }
-    return {content->layout()->indexOf(focused), focused->objectName()};
+    return {static_cast<int>(found - lines_.begin()), focused->objectName()};
 }
 
-// The line of that title, or else what stands in its place.
-void MenuWindow::focusLine(const QLayout& layout, const Line& line) {
-    QWidget* nearest = nullptr;
-    for (int i = 0; i < layout.count(); ++i) {
-        QWidget* const widget = layout.itemAt(i)->widget();
-        if (widget == nullptr || widget->focusPolicy() == Qt::NoFocus) {
-            continue;
-        }
-        if (widget->objectName() == line.title) {
-            nearest = widget;
-            break;
-        }
-        if (nearest == nullptr || i <= line.index) {
-            nearest = widget;
-        }
+// The line of that title, or else what stands in its place; the first command where the keyboard is nowhere
+// yet.
+void MenuWindow::focusLine(const Line& line) {
+    const auto takesKeyboard = [&](const QWidget* widget) {
+        return line.index < 0 ? qobject_cast<const QAbstractButton*>(widget) != nullptr
+                              : widget->objectName() == line.title;
+    };
+    auto found = std::find_if(lines_.begin(), lines_.end(), takesKeyboard);
+    if (found == lines_.end() && !lines_.empty()) {
+        const auto last = static_cast<std::ptrdiff_t>(lines_.size()) - 1;
+        found = lines_.begin() + std::clamp<std::ptrdiff_t>(line.index, 0, last);
     }
-    if (nearest != nullptr) {
-        nearest->setFocus();
+    if (found != lines_.end()) {
+        (*found)->setFocus();
     }
-}
-
-QWidget* MenuWindow::makeLine(const MenuItem& item, MenuTarget& target) {
-    if (const auto* const information = std::get_if<MenuInformation>(&item)) {
-        auto* const line = new InformationLine(*information);
-        line->setObjectName(qtText(information->title));
-        return line;
-    }
-    if (const auto* const command = std::get_if<MenuCommand>(&item)) {
-        QWidget* const line = makeCommand(*command, target);
-        line->setObjectName(qtText(command->title));
-        return line;
-    }
-    if (const auto* const submenu = std::get_if<MenuSubmenu>(&item)) {
-        std::unique_ptr<QtMenu>& opened = submenus_[submenu->title];
-        if (!opened) {
-            opened = std::make_unique<QtMenu>(QtMenu::Reader::widgets);
-        }
-        opened->show(submenu->menu, target);
-        auto* const button = new MenuLine(qtTitle(submenu->title), {}, CheckMark::off);
-        button->setObjectName(qtText(submenu->title));
-        button->setMenu(&opened->widget());
-        return button;
-    }
-    return new Separator;
 }
 
 } // namespace cadora

@@ -1,29 +1,29 @@
 #pragma once
 
-#include "hosts/linux/desktop/QtMenu.h"
 #include "platform/Menu.h"
 
 #include <QDialog>
 #include <QString>
 
-#include <map>
-#include <memory>
-#include <string>
+#include <vector>
 
-class QLayout;
+class QBoxLayout;
 class QScrollArea;
 
 namespace cadora {
 
-// A menu as a small window, for a desktop that has no place for a status item: the same lines from top to
-// bottom, commands as buttons, submenus opened by buttons. Every line can be reached by the keyboard, so that
-// a screen reader reads it. Main thread only.
+// A menu as a window, for a desktop that has no place for a status item: what the menu's separators part
+// stands in boxes, information as text, commands as buttons, switches and choices, submenus under headings.
+// The order and the texts are the menu's. Every line can be reached by the keyboard, so that a screen reader
+// reads it. Main thread only.
 class MenuWindow : public QDialog {
 public:
     MenuWindow();
 
     // The target must outlive the window.
     void showMenu(const Menu& menu, MenuTarget& target);
+
+    enum class TextLook { plain, heading };
 
 private:
     struct Line {
@@ -32,12 +32,16 @@ private:
     };
 
     Line focusedLine() const;
-    static void focusLine(const QLayout& layout, const Line& line);
-    QWidget* makeLine(const MenuItem& item, MenuTarget& target);
+    void focusLine(const Line& line);
+    void addBoxes(QBoxLayout& boxes, const Menu& menu, MenuTarget& target);
+    void addSubmenu(QBoxLayout& box, const MenuSubmenu& submenu, TextLook look, MenuTarget& target);
+    void addItem(QBoxLayout& box, const MenuItem& item, MenuTarget& target);
+    void addLine(QBoxLayout& layout, QWidget* line, const QString& title);
+    void fit(const QWidget& content);
 
     QScrollArea* scroller_;
-    // By their titles; they stay, since one may be open.
-    std::map<std::string, std::unique_ptr<QtMenu>> submenus_;
+    // From top to bottom; of the content that is shown now.
+    std::vector<QWidget*> lines_;
 };
 
 } // namespace cadora

@@ -1,8 +1,10 @@
 #include "hosts/linux/desktop/QtAlerts.h"
 
+#include "hosts/linux/desktop/DestructiveButton.h"
 #include "hosts/linux/desktop/QtContentView.h"
 #include "hosts/linux/desktop/QtText.h"
 #include "hosts/linux/desktop/QtWindow.h"
+#include "hosts/linux/desktop/ShowInFront.h"
 
 #include <QAbstractButton>
 #include <QApplication>
@@ -40,6 +42,9 @@ Buttons addButtons(QMessageBox& box, const Alert& alert) {
     }
     if (buttons.inOrder.empty()) {
         buttons.inOrder.push_back(box.addButton(QStringLiteral("OK"), QMessageBox::AcceptRole));
+    }
+    if (alert.style == Alert::Style::warning && buttons.inOrder.size() > 1) {
+        markDestructive(static_cast<QPushButton&>(*buttons.inOrder.front()));
     }
     box.setDefaultButton(static_cast<QPushButton*>(buttons.inOrder.front()));
     box.setEscapeButton(buttons.inOrder.back());

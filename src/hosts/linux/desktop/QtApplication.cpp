@@ -1,9 +1,12 @@
 #include "hosts/linux/desktop/QtApplication.h"
 
 #include "hosts/linux/desktop/Icons.h"
+#include "hosts/linux/desktop/ShowInFront.h"
 
 #include <QApplication>
+#include <QScreen>
 
+#include <algorithm>
 #include <utility>
 
 namespace cadora {
@@ -30,8 +33,7 @@ void QtApplication::activateIgnoringOtherApps() {
         }
     }
     if (front) {
-        front->raise();
-        front->activateWindow();
+        showInFront(*front);
     }
 }
 
@@ -68,12 +70,39 @@ void QtApplication::terminate() {
     QMetaObject::invokeMethod(qApp, [] { QCoreApplication::exit(); }, Qt::QueuedConnection);
 }
 
-void QtApplication::showMenusUnlessInPanel() {
+bool QtApplication::showsWindow() const {
+    return std::any_of(windows_.begin(), windows_.end(), [](const auto& window) {
+        const auto existing = window.lock();
+        return existing && existing->widget().isVisible();
+    });
+}
+
+void QtApplication::showMenusUnlessInPanel(std::chrono::milliseconds patience) {
     for (const auto& item : statusItems_) {
         if (item) {
-            item->showMenuUnlessInPanel();
+            item->showMenuUnlessInPanel(patience, [this](QWidget& menu) { showMenuWindow(menu); });
         }
     }
+}
+
+// As far beside the others as the screen has space and lets windows be placed, and behind them in any case.
+void QtApplication::showMenuWindow(QWidget& menu) {
+    QWidget* other = nullptr;
+    for (const auto& window : windows_) {
+        const auto existing = window.lock();
+        other = existing && existing->widget().isVisible() ? &existing->widget() : other;
+    }
+    menu.setAttribute(Qt::WA_ShowWithoutActivating, other != nullptr);
+    if (other == nullptr) {
+        showInFront(menu);
+        return;
+    }
+    const QRect there = other->frameGeometry();
+    const QRect space = other->screen()->availableGeometry();
+    const int gap = 12;
+    menu.move(std::min(there.right() + gap, space.right() - menu.width()), there.top());
+    menu.show();
+    showInFront(*other);
 }
 
 } // namespace cadora

@@ -9,6 +9,7 @@
 
 #include <QPointer>
 
+#include <chrono>
 #include <filesystem>
 #include <memory>
 #include <vector>
@@ -36,10 +37,15 @@ public:
     std::filesystem::path registrationToolPath() override { return bundle_ / "bin" / "cadora-register"; }
     void terminate() override;
 
-    // The user opened the program again: where no panel shows the status item, its menu comes in a window.
-    void showMenusUnlessInPanel();
+    bool showsWindow() const;
+
+    // The user opened the program: where no panel shows the status item within that time, its menu comes in a
+    // window, beside those that are there.
+    void showMenusUnlessInPanel(std::chrono::milliseconds patience);
 
 private:
+    void showMenuWindow(QWidget& menu);
+
     DBusApplication& services_;
     FileManagerEntries& entries_;
     QDBusConnection bus_;

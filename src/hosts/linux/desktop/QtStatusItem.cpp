@@ -4,6 +4,7 @@
 #include "hosts/linux/desktop/QtColors.h"
 #include "hosts/linux/desktop/QtText.h"
 #include "hosts/linux/desktop/QtWindow.h"
+#include "hosts/linux/desktop/ShowInFront.h"
 
 #include <QApplication>
 #include <QCursor>
@@ -26,6 +27,12 @@ constexpr const char* watcherPath = "/StatusNotifierWatcher";
 // A panel that has just appeared as an older tray may still become a newer one.
 constexpr std::chrono::seconds newerPanelPatience(3);
 constexpr std::chrono::milliseconds answerPatience(5000);
+
+// Also where this program's windows reach the compositor by way of X11.
+bool isWaylandDesktop() {
+    return QGuiApplication::platformName().startsWith(QLatin1String("wayland")) ||
+           !qEnvironmentVariableIsEmpty("WAYLAND_DISPLAY");
+}
 
 } // namespace
 
@@ -138,16 +145,37 @@ void QtStatusItem::makeIcon(Tray tray) {
     icon_->setContextMenu(tray == Tray::statusNotifier ? &panelMenu_.widget() : &ownMenu_.widget());
     connect(icon_.get(), &QSystemTrayIcon::activated, this, [this](QSystemTrayIcon::ActivationReason reason) {
         if (reason == QSystemTrayIcon::Trigger) {
-            ownMenu_.widget().popup(QCursor::pos());
+            openMenu();
         }
     });
     icon_->show();
 }
 
-void QtStatusItem::showMenuUnlessInPanel() {
-    askForPanel([this](bool panelIsThere) {
-        if (!isInPanel(panelIsThere)) {
-            showMenuWindow();
+// The panel asks this program to open the menu, and only X11 lets a program know where the pointer is.
+void QtStatusItem::openMenu() {
+    if (isWaylandDesktop()) {
+        prepareMenuWindow();
+        showInFront(*window_);
+    } else {
+        ownMenu_.widget().popup(QCursor::pos());
+    }
+}
+
+void QtStatusItem::showMenuUnlessInPanel(std::chrono::milliseconds patience,
+                                         std::function<void(QWidget&)> show) {
+    askForPanel([this, patience, show = std::move(show)](bool panelIsThere) {
+        if (isInPanel(panelIsThere)) {
+            return;
+        }
+        if (patience > std::chrono::milliseconds::zero()) {
+            QTimer::singleShot(patience, this, [this, show] {
+                showMenuUnlessInPanel(std::chrono::milliseconds::zero(), show);
+            });
+            return;
+        }
+        prepareMenuWindow();
+        if (window_) {
+            show(*window_);
         }
     });
 }
@@ -159,7 +187,7 @@ bool QtStatusItem::isInPanel(bool panelIsThere) const {
     return tray_ == Tray::statusNotifier ? panelIsThere : xEmbedTray_.isPresent();
 }
 
-void QtStatusItem::showMenuWindow() {
+void QtStatusItem::prepareMenuWindow() {
     if (target_ == nullptr) {
         return;
     }
@@ -170,7 +198,6 @@ void QtStatusItem::showMenuWindow() {
         window_->showMenu(menu_, *target_);
         centerOnScreen(*window_);
     }
-    showInFront(*window_);
 }
 
 } // namespace cadora

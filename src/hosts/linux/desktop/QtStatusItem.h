@@ -11,6 +11,7 @@
 #include <QSystemTrayIcon>
 #include <QTimer>
 
+#include <chrono>
 #include <functional>
 #include <memory>
 
@@ -29,8 +30,9 @@ public:
     void setMenu(Menu menu, MenuTarget& target) override;
     void setVisibility(Visibility visibility) override;
 
-    // Shows the menu in a window unless a panel shows the item: the way in where there is no panel for it.
-    void showMenuUnlessInPanel();
+    // Has the menu shown in a window unless a panel shows the item within that time: the way in where there
+    // is no panel for it. `show` is called with the window, which may be visible already.
+    void showMenuUnlessInPanel(std::chrono::milliseconds patience, std::function<void(QWidget& window)> show);
 
     bool eventFilter(QObject* watched, QEvent* event) override;
 
@@ -46,7 +48,8 @@ private:
     void waitForNewerPanel();
     void makeIcon(Tray tray);
     bool isInPanel(bool panelIsThere) const;
-    void showMenuWindow();
+    void prepareMenuWindow();
+    void openMenu();
 
     QDBusConnection bus_;
     QDBusServiceWatcher watcher_;

@@ -2,6 +2,7 @@
 
 #include "hosts/linux/desktop/QtContentView.h"
 #include "hosts/linux/desktop/QtText.h"
+#include "hosts/linux/desktop/ShowInFront.h"
 
 #include <QAccessible>
 #include <QAccessibleWidget>
@@ -144,7 +145,9 @@ void QtWindow::center() {
 }
 
 void QtWindow::makeKeyAndOrderFront() {
-    showInFront(*frame_);
+    if (content_) {
+        showInFront(*frame_);
+    }
 }
 
 void QtWindow::orderOut() {
@@ -187,12 +190,6 @@ void centerOnScreen(QWidget& window) {
     QRect frame(QPoint(0, 0), window.size());
     frame.moveCenter(window.screen()->availableGeometry().center());
     window.move(frame.topLeft());
-}
-
-void showInFront(QWidget& window) {
-    window.show();
-    window.raise();
-    window.activateWindow();
 }
 
 void closeByKeys(QWidget& window) {

@@ -9,7 +9,8 @@
 
 namespace cadora {
 
-// A window of Qt Widgets. It is as large as described, or as its content needs where that is more, and no
+// A window of Qt Widgets, which is seen once it has content: one that has none only stands for the place of a
+// sheet. It is as large as described, or as its content needs where that is more, and no
 // larger than the screen, within which it scrolls. It is drawn anew when the desktop's font or colours
 // change.
 class QtWindow : public Window {
@@ -43,9 +44,6 @@ private:
 
 // Puts a window that isn't shown yet into the middle of the screen.
 void centerOnScreen(QWidget& window);
-
-// Shows the window above the others, and gives it the keyboard.
-void showInFront(QWidget& window);
 
 // Escape and Ctrl+W close the window.
 void closeByKeys(QWidget& window);

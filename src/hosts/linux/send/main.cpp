@@ -154,7 +154,7 @@ std::string startHelper(GDBusConnection* bus) {
     Wait wait;
     const guint watch = g_bus_watch_name_on_connection(bus, dbus::busName, G_BUS_NAME_WATCHER_FLAGS_NONE,
                                                        stopWaiting, nullptr, &wait, nullptr);
-    const pid_t process = start(helper, {}, Life::ownSession);
+    const pid_t process = start(helper, "--service", Life::ownSession);
     if (process == 0) {
         const std::string reason = std::strerror(errno);
         g_bus_unwatch_name(watch);

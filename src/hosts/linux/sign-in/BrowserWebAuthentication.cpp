@@ -3,6 +3,7 @@
 #include "base/ASCII.h"
 #include "base/Error.h"
 #include "hosts/linux/desktop/QtWindow.h"
+#include "hosts/linux/desktop/ShowInFront.h"
 #include "hosts/linux/sign-in/SignInSheet.h"
 
 #include <QGuiApplication>
@@ -86,6 +87,14 @@ public:
         handler_ = nullptr;
         delete sheet_;
         leave();
+    }
+
+    // The page stood in front of the window in which the sign-in's end is told.
+    void showAnchorInFront() {
+        auto* const window = dynamic_cast<QtWindow*>(anchor_.lock().get());
+        if (window != nullptr && window->widget().isVisible()) {
+            showInFront(window->widget());
+        }
     }
 
     // A later visit over the same window shows its own sheet there.
@@ -219,6 +228,7 @@ URLReception BrowserWebAuthentication::receive(const URL& callback) {
             session->end(std::nullopt, cancellation());
         }
     }
+    (*latest)->showAnchorInFront();
     (*latest)->end(callback, nullptr);
     return URLReception::taken;
 }
