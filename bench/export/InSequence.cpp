@@ -8,7 +8,6 @@ extern "C" {
 #include <cstdio>
 #include <exception>
 #include <fcntl.h>
-#include <limits>
 
 // The export as the worker does it, but with a single encoder for the whole sound: what it costs where the
 // sound offers no seam.
@@ -22,11 +21,7 @@ int main(int argc, char** argv) {
     try {
         const OpenFile source = OpenFile::source(open(argv[1], O_RDONLY | O_CLOEXEC));
         const OpenFile output = OpenFile::output(open(argv[2], O_RDWR | O_CREAT | O_TRUNC | O_CLOEXEC, 0600));
-        EncodingPlan plan;
-        plan.chunkFrames = std::numeric_limits<int>::max();
-        Crew crew(0);
-        std::fputs(exportAnswer(exportM4a(source, measureSource(source), output, plan, crew)).c_str(),
-                   stdout);
+        std::fputs(exportAnswer(exportM4a(source, measureSource(source), output, nullptr)).c_str(), stdout);
     } catch (const std::exception& error) {
         std::fprintf(stderr, "%s\n", error.what());
         return 1;

@@ -90,6 +90,20 @@ TEST_CASE("the packets are the same for any number of threads, and whatever the 
     CHECK(packets != source.inSequence());
 }
 
+TEST_CASE("a sound is cut into an even number of equal chunks, none longer than half a minute") {
+    for (const std::int64_t frames :
+         {300, 301, 344, 1300, 1301, 1335, 1938, 2584, 2600, 2601, 12920, 155040}) {
+        CAPTURE(frames);
+        const int chunkFrames = EncodingPlan::forSound(frames).chunkFrames;
+        CHECK(chunkFrames <= 1300);
+        const std::int64_t chunks = (frames + chunkFrames - 1) / chunkFrames;
+        CHECK(chunks % 2 == 0);
+        CHECK(chunks * chunkFrames - frames < chunks);
+    }
+    // The pre-roll of the second chunk would take what the second processor gives.
+    CHECK(EncodingPlan::forSound(299).chunkFrames == 299);
+}
+
 TEST_CASE("a sound that offers no seam is encoded in sequence") {
     // Clicks so close that no window is long.
     Sound clicks{44100, {std::vector<float>(20U * second), std::vector<float>(20U * second)}};
@@ -176,7 +190,7 @@ public:
     static constexpr int preroll = 48;
     static constexpr int slack = 16; // that a seam may move
 
-    SeamProof() : source_(settings()), encoder_({44100, 2}) {
+    SeamProof() : source_(settings()), encoder_({44100, 2}, AacCoder::quick) {
         auto single = std::async(std::launch::async, [this] { return source_.inSequence(); });
         EncodingPlan plan;
         plan.chunkFrames = chunkFrames;
@@ -232,7 +246,7 @@ private:
 
     // Packets begin to end - 1 of an encoder that starts with frame `begin`.
     Packets freshPackets(std::int64_t begin, std::int64_t end) const {
-        AacEncoder encoder({44100, 2});
+        AacEncoder encoder({44100, 2}, AacCoder::quick);
         Packets packets;
         for (std::int64_t frame = begin; frame <= end; ++frame) {
             const std::array<const float*, 2> planes = {samples_[0].data() + frame * frameSize,

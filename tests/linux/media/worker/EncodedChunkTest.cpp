@@ -45,7 +45,7 @@ TEST_CASE("the window of a stereo packet is read where both channels share it") 
 }
 
 TEST_CASE("packets are numbered from the first frame, one for each but the newest") {
-    EncodedChunk chunk({44100, 2}, 10);
+    EncodedChunk chunk({44100, 2}, 10, AacCoder::quick);
     chunk.encode(tone(2, 10, 5, PcmChunk::End::goesOn));
     CHECK(chunk.firstPacket() == 10);
     CHECK(chunk.endPacket() == 14);
@@ -61,11 +61,33 @@ TEST_CASE("packets are numbered from the first frame, one for each but the newes
 }
 
 TEST_CASE("two encoders of a steady tone may join, but not where one has no packet") {
-    EncodedChunk before({44100, 1}, 0);
+    EncodedChunk before({44100, 1}, 0, AacCoder::quick);
     before.encode(tone(1, 0, 40, PcmChunk::End::goesOn));
-    EncodedChunk after({44100, 1}, 20);
+    EncodedChunk after({44100, 1}, 20, AacCoder::quick);
     after.encode(tone(1, 20, 40, PcmChunk::End::goesOn));
     CHECK(before.joins(after, 35));
     CHECK_FALSE(before.joins(after, 20));
     CHECK_FALSE(before.joins(after, 41));
+}
+
+TEST_CASE("a lone tone, with which the quick coder is content too early, is encoded by the thorough one") {
+    const auto packets = [](const EncodedChunk& chunk) {
+        std::vector<std::vector<std::uint8_t>> result;
+        for (std::int64_t number = chunk.firstPacket(); number < chunk.endPacket(); ++number) {
+            result.emplace_back(chunk.packet(number).begin(), chunk.packet(number).end());
+        }
+        return result;
+    };
+    const PcmChunk alone = tone(2, 0, 40, PcmChunk::End::endsHere);
+    PcmChunk noisy = tone(2, 0, 40, PcmChunk::End::endsHere);
+    unsigned state = 1;
+    for (std::int64_t i = 0; i < 2 * noisy.capacity; ++i) {
+        state = state * 1664525U + 1013904223U;
+        noisy.planes[static_cast<std::size_t>(i)] += static_cast<float>(state >> 8) / (1 << 26) - 0.125F;
+    }
+    for (const auto& [chunk, coder] : {std::pair(&alone, AacCoder::thorough), {&noisy, AacCoder::quick}}) {
+        EncodedChunk expected({44100, 2}, 0, coder);
+        expected.encode(*chunk);
+        CHECK(packets(*EncodedChunk::make({44100, 2}, *chunk)) == packets(expected));
+    }
 }

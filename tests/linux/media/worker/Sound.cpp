@@ -226,7 +226,12 @@ M4aFile::M4aFile(const std::filesystem::path& path) {
         const Box ilst = child(bytes, child(bytes, child(bytes, moov, "udta"), "meta", 0), "ilst", 4);
         for (const Box& item : children(bytes, ilst)) {
             const Box data = child(bytes, item, "data");
-            tags[item.type] = bytes.substr(data.offset + 8, data.size - 8);
+            std::string name = item.type;
+            if (name == "----") {
+                const Box own = child(bytes, item, "name");
+                name = bytes.substr(own.offset + 4, own.size - 4);
+            }
+            tags[name] = bytes.substr(data.offset + 8, data.size - 8);
         }
     }
 }

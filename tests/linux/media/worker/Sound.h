@@ -42,7 +42,8 @@ struct M4aFile {
     std::int64_t editStart = 0;
     std::string audioConfig; // the decoder's
     std::vector<std::string> packets;
-    std::map<std::string, std::string> tags; // by the container's own names, "\xa9nam"
+    std::map<std::string, std::string>
+        tags; // by the container's own names, "\xa9nam", or their free ones, "ISRC"
     std::size_t tracks = 0;
 
     int rate() const;

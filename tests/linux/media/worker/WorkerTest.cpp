@@ -7,6 +7,7 @@
 
 #include <chrono>
 #include <csignal>
+#include <cstdio>
 #include <fcntl.h>
 #include <poll.h>
 #include <string>
@@ -81,40 +82,61 @@ TEST_CASE("an export writes the index in front of the sound, and the same bytes 
     CHECK(readFile(recording.path("one.m4a")) == readFile(recording.path("two.m4a")));
 }
 
-TEST_CASE("the container's tags are carried over, pictures and private ones aren't") {
+TEST_CASE("the container's tags, labels and cover are carried over, private ones aren't") {
     const Recording recording(1);
     runTool({"ffmpeg", "-nostdin", "-v", "error", "-f", "lavfi", "-i", "color=size=64x64:duration=0.1",
              "-frames:v", "1", recording.path("cover.png")});
-    runTool({"ffmpeg",
-             "-nostdin",
-             "-v",
-             "error",
-             "-i",
-             recording.path("source.wav"),
-             "-i",
-             recording.path("cover.png"),
-             "-map",
-             "0",
-             "-map",
-             "1",
-             "-c:v",
-             "copy",
-             "-disposition:v",
-             "attached_pic",
-             "-metadata",
-             "title=Prélude",
-             "-metadata",
-             "artist=Someone",
-             "-metadata",
-             "secret=of the studio",
-             recording.path("tagged.mp3")});
+    std::vector<std::string> command = {"ffmpeg",
+                                        "-nostdin",
+                                        "-v",
+                                        "error",
+                                        "-i",
+                                        recording.path("source.wav"),
+                                        "-i",
+                                        recording.path("cover.png"),
+                                        "-map",
+                                        "0",
+                                        "-map",
+                                        "1",
+                                        "-c:v",
+                                        "copy",
+                                        "-disposition:v",
+                                        "attached_pic"};
+    for (const char* tag : {"title=Prélude", "artist=Someone", "secret=of the studio", "TBPM=128",
+                            "TSRC=de-abc-24-00001", "REPLAYGAIN_TRACK_GAIN=-7.50 dB"}) {
+        command.insert(command.end(), {"-metadata", tag});
+    }
+    command.push_back(recording.path("tagged.mp3"));
+    runTool(command);
     REQUIRE(runExport(recording.path("tagged.mp3"), recording.path("out.m4a")).exitCode == 0);
     const M4aFile file(recording.path("out.m4a"));
-    CHECK(file.tags == std::map<std::string, std::string>{{"\xa9nam", "Prélude"},
-                                                          {"\xa9"
-                                                           "ART",
-                                                           "Someone"}});
+    const std::map<std::string, std::string> expected = {
+        {"\xa9nam", "Prélude"},
+        {"\xa9"
+         "ART",
+         "Someone"},
+        {"tmpo", std::string("\0\x80", 2)},
+        {"ISRC", "DEABC2400001"},
+        {"REPLAYGAIN_TRACK_GAIN", "-7.50 dB"},
+        {"covr", readFile(recording.path("cover.png"))},
+        {"iTunSMPB", " 00000000 00000400 000003BC 000000000000AC44 00000000 00000000 00000000 00000000 "
+                     "00000000 00000000 00000000 00000000"}};
+    CHECK(file.tags == expected);
     CHECK(file.tracks == 1);
+}
+
+TEST_CASE("players that ignore the edit list are told where the sound begins and ends") {
+    const Recording recording(2);
+    REQUIRE(runExport(recording.path("source.wav"), recording.path("out.m4a")).exitCode == 0);
+    const M4aFile file(recording.path("out.m4a"));
+    unsigned before = 0;
+    unsigned behind = 0;
+    unsigned long long samples = 0;
+    REQUIRE(std::sscanf(file.tags.at("iTunSMPB").c_str(), " 00000000 %X %X %llX", &before, &behind,
+                        &samples) == 3);
+    CHECK(before == file.editStart);
+    CHECK(samples == file.editDuration);
+    CHECK(before + samples + behind == file.packets.size() * 1024);
 }
 
 TEST_CASE("a cover larger than the song doesn't hide it") {

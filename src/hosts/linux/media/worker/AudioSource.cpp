@@ -15,6 +15,7 @@ extern "C" {
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <span>
 #include <unistd.h>
 
 namespace cadora {
@@ -261,7 +262,7 @@ const AVFrame* AudioSource::nextFrame() {
     }
 }
 
-std::map<std::string, std::string> AudioSource::tags() const {
+std::map<std::string, std::string> AudioSource::allTags() const {
     std::map<std::string, std::string> result;
     // Ogg keeps its tags with the stream; where both have one, the container speaks for the whole file.
     for (const AVDictionary* dictionary : {format_->metadata, stream_->metadata}) {
@@ -270,7 +271,27 @@ std::map<std::string, std::string> AudioSource::tags() const {
             result.emplace(entry->key, readableText(entry->value));
         }
     }
-    return commonTags(result);
+    return result;
+}
+
+std::map<std::string, std::string> AudioSource::tags() const {
+    return commonTags(allTags());
+}
+
+Labels AudioSource::labels(float gain) const {
+    Labels labels = labelsFrom(allTags(), gain);
+    for (unsigned i = 0; i < format_->nb_streams; ++i) {
+        const AVStream& stream = *format_->streams[i];
+        const AVPacket& picture = stream.attached_pic;
+        if ((stream.disposition & AV_DISPOSITION_ATTACHED_PIC) != 0 && picture.size > 0) {
+            const std::span<const std::uint8_t> bytes(picture.data, static_cast<std::size_t>(picture.size));
+            if (isCover(bytes)) {
+                labels.cover.assign(bytes.begin(), bytes.end());
+                break;
+            }
+        }
+    }
+    return labels;
 }
 
 } // namespace cadora

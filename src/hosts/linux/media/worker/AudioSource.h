@@ -2,6 +2,7 @@
 
 #include "hosts/linux/media/worker/DescriptorIo.h"
 #include "hosts/linux/media/worker/FfmpegHandles.h"
+#include "hosts/linux/media/worker/Labels.h"
 
 #include <cstdint>
 #include <map>
@@ -45,6 +46,9 @@ public:
     // The container's tags by FFmpeg's names ("title", "artist"), as valid UTF-8.
     std::map<std::string, std::string> tags() const;
 
+    // All of them, and the picture that comes with the sound.
+    Labels labels(float gain) const;
+
 private:
     struct InputDeleter {
         void operator()(AVFormatContext* context) const { avformat_close_input(&context); }
@@ -54,6 +58,7 @@ private:
     void chooseStream();
     CodecContextHandle makeDecoder() const;
     void noteBadPacket(const AVPacket& packet);
+    std::map<std::string, std::string> allTags() const;
     const AVFrame* owedSilence();
     [[noreturn]] void failReading() const;
 

@@ -174,8 +174,7 @@ private:
             job->state = Job::State::encoding;
             lock.unlock();
             try {
-                job->encoded = std::make_unique<EncodedChunk>(format_, job->pcm->firstFrame);
-                job->encoded->encode(*job->pcm);
+                job->encoded = EncodedChunk::make(format_, *job->pcm);
             } catch (...) {
                 job->error = std::current_exception();
             }
@@ -200,13 +199,26 @@ private:
 
 } // namespace
 
+EncodingPlan EncodingPlan::forSound(std::int64_t frames) {
+    constexpr std::int64_t shortestInChunks = 300;
+    EncodingPlan plan;
+    if (frames < shortestInChunks) {
+        plan.chunkFrames = static_cast<int>(frames);
+        return plan;
+    }
+    const std::int64_t pair = std::int64_t{2} * plan.chunkFrames;
+    const std::int64_t chunks = 2 * ((frames + pair - 1) / pair);
+    plan.chunkFrames = static_cast<int>((frames + chunks - 1) / chunks);
+    return plan;
+}
+
 int crewForThisMachine() {
     constexpr unsigned mostEncoders = 16;
     return 1 + static_cast<int>(std::clamp(std::thread::hardware_concurrency(), 1U, mostEncoders));
 }
 
 std::int64_t encodeInSequence(PcmReader& reader, const PacketSink& sink) {
-    AacEncoder encoder(reader.format());
+    AacEncoder encoder(reader.format(), coderFor(reader.format().rate));
     const AacEncoder::Sink give = [&](const AVPacket& packet) {
         sink({packet.data, static_cast<std::size_t>(packet.size)});
     };

@@ -52,8 +52,22 @@ std::optional<FrameWindow> sharedWindow(std::span<const std::uint8_t> packet, in
     return FrameWindow{sequence, shape};
 }
 
-EncodedChunk::EncodedChunk(const PcmFormat& format, std::int64_t firstFrame)
-    : encoder_(format), channels_(format.channels), nextFrame_(firstFrame), firstPacket_(firstFrame) {}
+std::unique_ptr<EncodedChunk> EncodedChunk::make(const PcmFormat& format, const PcmChunk& chunk) {
+    // The quick coder that wants no more than this has only few tones to encode, and may have missed them.
+    constexpr double suspiciouslyLow = 77000;
+    const AacCoder coder = coderFor(format.rate);
+    auto encoded = std::make_unique<EncodedChunk>(format, chunk.firstFrame, coder);
+    encoded->encode(chunk);
+    if (coder == AacCoder::quick && encoded->bitRate() < suspiciouslyLow) {
+        encoded = std::make_unique<EncodedChunk>(format, chunk.firstFrame, AacCoder::thorough);
+        encoded->encode(chunk);
+    }
+    return encoded;
+}
+
+EncodedChunk::EncodedChunk(const PcmFormat& format, std::int64_t firstFrame, AacCoder coder)
+    : encoder_(format, coder), format_(format), channels_(format.channels), nextFrame_(firstFrame),
+      firstPacket_(firstFrame) {}
 
 void EncodedChunk::encode(const PcmChunk& chunk) {
     const AacEncoder::Sink keep = [this](const AVPacket& packet) {
@@ -78,6 +92,11 @@ std::span<const std::uint8_t> EncodedChunk::packet(std::int64_t number) const {
     const auto index = static_cast<std::size_t>(number - firstPacket_);
     const std::size_t begin = index == 0 ? 0 : ends_[index - 1];
     return {bytes_.data() + begin, ends_[index] - begin};
+}
+
+double EncodedChunk::bitRate() const {
+    const double samples = static_cast<double>(ends_.size()) * AacEncoder::frameSize * channels_;
+    return ends_.empty() ? 0 : static_cast<double>(bytes_.size()) * 8 * format_.rate / samples;
 }
 
 void EncodedChunk::dropUntil(std::int64_t number) {

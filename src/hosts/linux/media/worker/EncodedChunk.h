@@ -38,7 +38,10 @@ std::optional<FrameWindow> sharedWindow(std::span<const std::uint8_t> packet, in
 // Packets of one encoder, numbered as if a single encoder had encoded the sound from its start.
 class EncodedChunk {
 public:
-    EncodedChunk(const PcmFormat& format, std::int64_t firstFrame);
+    EncodedChunk(const PcmFormat& format, std::int64_t firstFrame, AacCoder coder);
+
+    // A chunk encoded by the coder that does better by it.
+    static std::unique_ptr<EncodedChunk> make(const PcmFormat& format, const PcmChunk& chunk);
 
     // Encodes those of the chunk's frames that follow the ones already encoded. A chunk that ends the
     // sound completes the packets.
@@ -47,6 +50,9 @@ public:
     std::int64_t firstPacket() const { return firstPacket_; }
     std::int64_t endPacket() const { return firstPacket_ + static_cast<std::int64_t>(ends_.size()); }
     std::span<const std::uint8_t> packet(std::int64_t number) const;
+
+    // Bits per second and channel of the packets so far.
+    double bitRate() const;
 
     // Forgets the packets before this one.
     void dropUntil(std::int64_t number);
@@ -59,6 +65,7 @@ public:
 
 private:
     AacEncoder encoder_;
+    PcmFormat format_;
     int channels_;
     std::int64_t nextFrame_;
     std::int64_t firstPacket_;

@@ -5,6 +5,7 @@
 #include "hosts/linux/media/worker/SourceLength.h"
 
 #include <cstdint>
+#include <string>
 
 namespace cadora {
 
@@ -12,11 +13,13 @@ namespace cadora {
 struct ExportResult {
     std::int64_t samples = 0;
     int rate = 0;
+    std::string remark{}; // what was done to the sound, for the log; usually empty
 };
 
 // Converts the sound of the source, whose length was measured, into AAC in M4A in the empty output, which
-// must be readable and writable. Throws ExportError; the output is then of no use.
+// must be readable and writable. Without a crew, which has at least two members, a single encoder does it
+// all. Throws ExportError; the output is then of no use.
 ExportResult exportM4a(const OpenFile& source, const SourceLength& length, const OpenFile& output,
-                       const EncodingPlan& plan, Crew& crew);
+                       Crew* crew);
 
 } // namespace cadora

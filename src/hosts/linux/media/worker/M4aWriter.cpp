@@ -8,13 +8,35 @@ extern "C" {
 }
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <string_view>
+#include <unistd.h>
+#include <utility>
 
 namespace cadora {
 
+namespace {
+
+// The muxer keeps a place among its labels by one of them, which no sound has; ours take it in the end.
+constexpr const char* placeholderName = "show";
+constexpr std::string_view placeholderType = "tvsh";
+constexpr std::size_t placeholderHead = 24; // bytes before its text
+
+std::uint64_t bigEndian(std::string_view bytes) {
+    std::uint64_t value = 0;
+    for (const char byte : bytes) {
+        value = value << 8 | static_cast<std::uint8_t>(byte);
+    }
+    return value;
+}
+
+} // namespace
+
 M4aWriter::M4aWriter(const OpenFile& output, const AVCodecContext& encoder,
-                     const std::map<std::string, std::string>& tags)
-    : io_(output, DescriptorIo::Mode::readWrite), held_(makePacket()), position_(-encoder.initial_padding) {
+                     const std::map<std::string, std::string>& tags, Labels labels)
+    : io_(output, DescriptorIo::Mode::readWrite), held_(makePacket()), position_(-encoder.initial_padding),
+      padding_(encoder.initial_padding), labels_(std::move(labels)) {
     AVFormatContext* context = nullptr;
     if (avformat_alloc_output_context2(&context, nullptr, "ipod", nullptr) < 0) {
         throw std::bad_alloc();
@@ -36,6 +58,8 @@ M4aWriter::M4aWriter(const OpenFile& output, const AVCodecContext& encoder,
     for (const auto& [name, value] : tags) {
         av_dict_set(&context->metadata, name.c_str(), value.c_str(), 0);
     }
+    const std::string room(labelItems(labels_, 0, 0, 0).size() - placeholderHead, ' ');
+    av_dict_set(&context->metadata, placeholderName, room.c_str(), 0);
     AVDictionary* options = nullptr;
     av_dict_set(&options, "movflags", "+faststart", 0);
     // The edit list counts in the movie's time scale; any other than the sample rate would round it.
@@ -98,6 +122,7 @@ void M4aWriter::writeHeld(std::int64_t duration) {
 
 void M4aWriter::write(std::span<const std::uint8_t> packet) {
     writeHeld(AacEncoder::frameSize);
+    ++packets_;
     if (av_new_packet(held_.get(), static_cast<int>(packet.size())) < 0) {
         throw std::bad_alloc();
     }
@@ -109,6 +134,38 @@ void M4aWriter::finish(std::int64_t samples) {
     check(av_write_trailer(format_.get()));
     avio_flush(io_.context());
     check(io_.context()->error);
+    writeLabels(samples);
+}
+
+void M4aWriter::writeLabels(std::int64_t samples) const {
+    const std::int64_t behind = packets_ * AacEncoder::frameSize - padding_ - samples;
+    const std::string items = labelItems(labels_, padding_, behind, samples);
+    const int descriptor = io_.file().descriptor;
+    // The index is the second box of the file.
+    std::array<char, 8> head{};
+    std::int64_t offset = 0;
+    for (int box = 0; box < 2; ++box) {
+        if (pread(descriptor, head.data(), head.size(), offset) != static_cast<ssize_t>(head.size())) {
+            throw cannotWrite(EIO);
+        }
+        offset += box == 0 ? static_cast<std::int64_t>(bigEndian({head.data(), 4})) : 0;
+    }
+    std::string index(bigEndian({head.data(), 4}), '\0');
+    if (pread(descriptor, index.data(), index.size(), offset) != static_cast<ssize_t>(index.size())) {
+        throw cannotWrite(EIO);
+    }
+    // No text holds the zeros of the size before it.
+    for (std::size_t at = index.rfind(placeholderType); at != std::string::npos && at >= 4;
+         at = index.rfind(placeholderType, at - 1)) {
+        if (bigEndian(std::string_view(index).substr(at - 4, 4)) == items.size()) {
+            const auto place = offset + static_cast<std::int64_t>(at) - 4;
+            if (pwrite(descriptor, items.data(), items.size(), place) != static_cast<ssize_t>(items.size())) {
+                throw cannotWrite(errno);
+            }
+            return;
+        }
+    }
+    throw cannotWrite(EIO);
 }
 
 } // namespace cadora

@@ -2,6 +2,7 @@
 
 #include "hosts/linux/media/worker/DescriptorIo.h"
 #include "hosts/linux/media/worker/FfmpegHandles.h"
+#include "hosts/linux/media/worker/Labels.h"
 #include "hosts/linux/media/worker/OpenFile.h"
 
 #include <cstdint>
@@ -20,7 +21,7 @@ public:
     // The output is empty, readable and writable. The encoder is any that encodes in the same way as the
     // packets' own; it isn't kept.
     M4aWriter(const OpenFile& output, const AVCodecContext& encoder,
-              const std::map<std::string, std::string>& tags);
+              const std::map<std::string, std::string>& tags, Labels labels);
     ~M4aWriter();
 
     // The next packet of the stream.
@@ -31,6 +32,7 @@ public:
 
 private:
     void writeHeld(std::int64_t duration);
+    void writeLabels(std::int64_t samples) const;
     void check(int result) const;
 
     static int openAgain(AVFormatContext* context, AVIOContext** io, const char* url, int flags,
@@ -46,6 +48,9 @@ private:
     std::unique_ptr<AVFormatContext, OutputDeleter> format_;
     PacketHandle held_; // the newest packet: how much of it is sound is known once it isn't the last
     std::int64_t position_ = 0;
+    std::int64_t packets_ = 0;
+    int padding_; // samples before the sound
+    Labels labels_;
 };
 
 } // namespace cadora

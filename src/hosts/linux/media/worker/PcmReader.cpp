@@ -22,10 +22,10 @@ constexpr std::array<int, 10> aacRates = {7350, 8000, 11025, 12000, 16000, 22050
 // Ten octaves of headroom over full scale: no recording is louder, and the encoder's sums stay finite.
 constexpr float loudest = 1024.0F;
 
-void makeFinite(float* samples, int count) {
+void makeFinite(float* samples, int count, float gain) {
     for (int i = 0; i < count; ++i) {
         const float value = samples[i];
-        samples[i] = std::isnan(value) ? 0.0F : std::clamp(value, -loudest, loudest);
+        samples[i] = std::isnan(value) ? 0.0F : gain * std::clamp(value, -loudest, loudest);
     }
 }
 
@@ -65,8 +65,8 @@ PcmFormat pcmFormatFor(int rate, int channels) {
     return format;
 }
 
-PcmReader::PcmReader(AudioSource& source, const SourceLength& length)
-    : source_(source), length_(length), cut_(makeFrame()), configured_(makeFrame()) {
+PcmReader::PcmReader(AudioSource& source, const SourceLength& length, float gain)
+    : source_(source), length_(length), gain_(gain), cut_(makeFrame()), configured_(makeFrame()) {
     const AVFrame* first = nextFrame();
     if (first == nullptr) {
         throw noDuration();
@@ -103,7 +103,8 @@ void PcmReader::configure(const AVFrame& frame) {
     }
     converter_.reset(context);
     av_opt_set_int(context, "resampler", SWR_ENGINE_SOXR, 0);
-    av_opt_set_double(context, "rematrix_maxval", 1.0, 0);
+    constexpr double neverLowered = 1000;
+    av_opt_set_double(context, "rematrix_maxval", neverLowered, 0);
     av_opt_set_int(context, "internal_sample_fmt", AV_SAMPLE_FMT_FLTP, 0);
     if (in.order == AV_CHANNEL_ORDER_UNSPEC) {
         const auto matrix = alternatingMatrix(in.nb_channels);
@@ -145,7 +146,7 @@ void PcmReader::convert(const AVFrame* frame) {
     }
     if (count > 0) {
         for (int channel = 0; channel < format_.channels; ++channel) {
-            makeFinite(reinterpret_cast<float*>(planes[channel]), count);
+            makeFinite(reinterpret_cast<float*>(planes[channel]), count, gain_);
         }
         if (av_audio_fifo_write(fifo_.get(), reinterpret_cast<void**>(planes), count) < count) {
             count = AVERROR(ENOMEM);

@@ -18,14 +18,15 @@ struct PcmFormat {
 // and at most 48 kHz, in whole fractions where possible; mono stays mono, all else becomes stereo.
 PcmFormat pcmFormatFor(int rate, int channels);
 
-// A source's sound as planar float samples at one rate, with 1.0 as full scale. Values stay as they are
-// unless they aren't numbers: folding more than two channels down to stereo lowers all of them alike, so
-// that the sum can't exceed full scale. Not thread-safe; throws ExportError.
+// A source's sound as planar float samples at one rate, with 1.0 as full scale. Values stay as they are,
+// times the given factor, unless they aren't numbers. More than two channels are folded down to stereo as
+// ITU-R BS.775 does it: the sides as they are, the centre and the surrounds 3 dB lower, and nothing of the
+// low-frequency effects; the sum may exceed full scale. Not thread-safe; throws ExportError.
 class PcmReader {
 public:
     // Decodes the first piece, which tells the format. Reads the part of the source that the length
     // marks. A source without any sound throws noDuration.
-    PcmReader(AudioSource& source, const SourceLength& length);
+    PcmReader(AudioSource& source, const SourceLength& length, float gain = 1.0F);
 
     const PcmFormat& format() const { return format_; }
 
@@ -42,6 +43,7 @@ private:
 
     AudioSource& source_;
     SourceLength length_;
+    float gain_;
     std::int64_t decoded_ = 0; // samples that the source has given so far
     FrameHandle cut_;
     PcmFormat format_;

@@ -75,7 +75,11 @@ std::string work(Verb verb) {
         return lengthAnswer(length);
     }
     limitExport(length.seconds(), source.size);
-    return exportAnswer(exportM4a(source, length, output, EncodingPlan(), *crew));
+    const ExportResult result = exportM4a(source, length, output, &*crew);
+    if (!result.remark.empty()) {
+        std::fprintf(stderr, "%s\n", result.remark.c_str());
+    }
+    return exportAnswer(result);
 }
 
 // Ends the process without the exit handlers of the libraries, which are for those that live on.
