@@ -44,10 +44,9 @@ std::shared_ptr<Window> showSignInAnchor() {
     return window;
 }
 
-void appendAccount(Menu& menu, bool isSignedIn) {
-    if (isSignedIn) {
-        const auto email = KeychainStore::get(KeychainStore::Key::appleEmail);
-        menu.emplace_back(MenuInformation{"Signed in: " + email.value_or("Cadora")});
+void appendAccount(Menu& menu, const std::optional<std::string>& account) {
+    if (account) {
+        menu.emplace_back(MenuInformation{"Signed in: " + *account});
     } else {
         menu.emplace_back(MenuCommand{"Sign in to Cadora…", MenuAction::signIn});
     }
@@ -93,15 +92,30 @@ void MenuBarController::install() {
     rebuild();
 }
 
+MenuBarController::Content MenuBarController::readContent() {
+    Content content{std::nullopt, queue_.store().load(),
+                    Platform::current().userDefaults.boolean(hideMenuBarIconKey),
+                    VisibilityPreference::current() == VisibilityPreference::subscribersValue};
+    if (KeychainStore::get(KeychainStore::Key::cadoraToken)) {
+        content.account = KeychainStore::get(KeychainStore::Key::appleEmail).value_or("Cadora");
+    }
+    return content;
+}
+
+// Each pass over the outbox tells of each item, and most of them find the menu as it is.
 void MenuBarController::rebuild() {
-    const bool isSignedIn = KeychainStore::get(KeychainStore::Key::cadoraToken).has_value();
+    Content content = readContent();
+    if (content_ && content_->isSameAs(content)) {
+        return;
+    }
+    content_ = std::move(content);
     menu_.clear();
-    appendAccount(menu_, isSignedIn);
+    appendAccount(menu_, content_->account);
     menu_.emplace_back(MenuSeparator{});
-    appendOutbox(menu_, queue_.store().load());
+    appendOutbox(menu_, content_->items.items());
     menu_.emplace_back(MenuSeparator{});
-    menu_.push_back(settingsSubmenu());
-    if (isSignedIn) {
+    menu_.push_back(settingsSubmenu(*content_));
+    if (content_->account) {
         menu_.emplace_back(MenuCommand{"Sign Out", MenuAction::signOut});
     }
     menu_.emplace_back(MenuCommand{"Quit Cadora Helper", MenuAction::quit, CheckMark::off, "q"});
@@ -112,17 +126,16 @@ void MenuBarController::rebuild() {
     }
 }
 
-MenuItem MenuBarController::settingsSubmenu() {
-    const bool isHidden = Platform::current().userDefaults.boolean(hideMenuBarIconKey);
-    return MenuSubmenu{
-        "Settings",
-        {visibilitySubmenu(), MenuSeparator{},
-         MenuCommand{"Show Cadora Helper in top menu", MenuAction::toggleMenuBarIcon, checkMark(!isHidden)},
-         MenuSeparator{}, MenuCommand{"Uninstall Cadora Helper…", MenuAction::uninstall}}};
+MenuItem MenuBarController::settingsSubmenu(const Content& content) {
+    return MenuSubmenu{"Settings",
+                       {visibilitySubmenu(content), MenuSeparator{},
+                        MenuCommand{"Show Cadora Helper in top menu", MenuAction::toggleMenuBarIcon,
+                                    checkMark(!content.isIconHidden)},
+                        MenuSeparator{}, MenuCommand{"Uninstall Cadora Helper…", MenuAction::uninstall}}};
 }
 
-MenuItem MenuBarController::visibilitySubmenu() {
-    const bool isLive = VisibilityPreference::current() == VisibilityPreference::subscribersValue;
+MenuItem MenuBarController::visibilitySubmenu(const Content& content) {
+    const bool isLive = content.isLive;
     return MenuSubmenu{isLive ? "Visibility: Live" : "Visibility: Private",
                        {MenuCommand{"Private", MenuAction::setVisibilityPrivate, checkMark(!isLive)},
                         MenuCommand{"Live (for fans)", MenuAction::setVisibilityLive, checkMark(isLive)}}};

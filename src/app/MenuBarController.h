@@ -24,7 +24,8 @@ public:
     // now on; replaces the queue's callback.
     void install();
 
-    // Reads the keychain, the outbox and the user defaults anew.
+    // Reads the keychain, the outbox and the user defaults anew, and shows the menu that follows unless it is
+    // shown already.
     void rebuild();
 
     StatusItem& statusItem() { return *statusItem_; }
@@ -35,8 +36,22 @@ public:
 private:
     enum class Attachment { pending, attached };
 
-    static MenuItem settingsSubmenu();
-    static MenuItem visibilitySubmenu();
+    // What the menu follows from.
+    struct Content {
+        std::optional<std::string> account; // as it is shown; absent when signed out
+        OutboxSnapshot items;
+        bool isIconHidden = false;
+        bool isLive = false;
+
+        bool isSameAs(const Content& other) const {
+            return items.isSameAs(other.items) && account == other.account &&
+                   isIconHidden == other.isIconHidden && isLive == other.isLive;
+        }
+    };
+
+    Content readContent();
+    static MenuItem settingsSubmenu(const Content& content);
+    static MenuItem visibilitySubmenu(const Content& content);
 
     void signIn();
     void syncNow();
@@ -52,6 +67,7 @@ private:
 
     UploadQueue& queue_;
     std::unique_ptr<StatusItem> statusItem_;
+    std::optional<Content> content_;
     Menu menu_;
     Attachment attachment_ = Attachment::pending;
 };

@@ -48,42 +48,71 @@ OutboxStore::OutboxStore() {
     }
 }
 
-std::vector<OutboxItem> OutboxStore::load() {
-    return lock_.sync([this]() -> std::vector<OutboxItem> {
-        try {
-            return decodeOutbox(Platform::current().fileManager.contents(root_ / indexName));
-        } catch (const Error&) {
-            return {};
-        }
-    });
+OutboxSnapshot OutboxStore::load() {
+    return lock_.sync([this] { return read(); });
 }
 
-void OutboxStore::save(const std::vector<OutboxItem>& items) {
+OutboxSnapshot OutboxStore::read() {
+    FileManager& files = Platform::current().fileManager;
+    if (lastRead_ && files.holds(indexPath(), lastRead_->bytes)) {
+        return lastRead_->items;
+    }
+    lastRead_.reset();
+    try {
+        std::string bytes = files.contents(indexPath());
+        OutboxSnapshot items(decodeOutbox(bytes));
+        lastRead_ = {std::move(bytes), items};
+        return items;
+    } catch (const Error&) {
+        return {};
+    }
+}
+
+void OutboxStore::save(const OutboxSnapshot& items) {
     lock_.sync([&] {
         try {
-            Platform::current().fileManager.writeAtomically(root_ / indexName, encodeOutbox(items));
+            if (!lastEncoded_ || !lastEncoded_->items.isSameAs(items)) {
+                lastEncoded_ = {encodeOutbox(items.items()), items};
+            }
+            Platform::current().fileManager.writeAtomically(indexPath(), lastEncoded_->bytes);
         } catch (const Error&) {
             // The index keeps its previous content.
         }
     });
 }
 
+std::filesystem::path OutboxStore::indexPath() const {
+    return root_ / indexName;
+}
+
 void OutboxStore::upsert(const OutboxItem& item) {
-    std::vector<OutboxItem> items = load();
+    const OutboxSnapshot known = load();
+    const auto& items = known.items();
     const auto found = std::find_if(items.begin(), items.end(),
-                                    [&](const OutboxItem& known) { return known.shortID == item.shortID; });
-    if (found == items.end()) {
-        items.push_back(item);
-    } else {
-        *found = item;
+                                    [&](const OutboxItem& entry) { return entry.shortID == item.shortID; });
+    if (found != items.end() && *found == item) {
+        save(known);
+        return;
     }
-    save(items);
+    std::vector<OutboxItem> changed = items;
+    if (found == items.end()) {
+        changed.push_back(item);
+    } else {
+        changed[static_cast<std::size_t>(found - items.begin())] = item;
+    }
+    save(OutboxSnapshot(std::move(changed)));
 }
 
 void OutboxStore::remove(const std::string& shortID) {
-    std::vector<OutboxItem> items = load();
-    std::erase_if(items, [&](const OutboxItem& known) { return known.shortID == shortID; });
-    save(items);
+    const OutboxSnapshot known = load();
+    const auto isMeant = [&](const OutboxItem& item) { return item.shortID == shortID; };
+    if (std::any_of(known.items().begin(), known.items().end(), isMeant)) {
+        std::vector<OutboxItem> rest = known.items();
+        std::erase_if(rest, isMeant);
+        save(OutboxSnapshot(std::move(rest)));
+    } else {
+        save(known);
+    }
     try {
         Platform::current().fileManager.removeItem(root_ / shortID);
     } catch (const Error&) {

@@ -1,7 +1,7 @@
 #pragma once
 
 #include "base/SerialQueue.h"
-#include "outbox/OutboxItem.h"
+#include "outbox/OutboxSnapshot.h"
 
 #include <filesystem>
 #include <optional>
@@ -12,6 +12,9 @@ namespace cadora {
 
 // The persistent outbox: an index file that lists the items, and one folder per item with the copy of the
 // sent file and, later, its transcoded audio. Nothing of the pipeline survives a restart but what is here.
+//
+// Each operation reads the index on the disk anew, and what is on the disk counts; but bytes that are the
+// same as before are not decoded again.
 //
 // Reads and writes of the index never overlap, but upsert() and remove() are a read and a write with a gap
 // between: safe because all callers are on the main thread. Staging copies the file on the calling thread.
@@ -27,7 +30,7 @@ public:
     const std::filesystem::path& root() const { return root_; }
 
     // All items in the order of the index; none when the index is missing or can't be read.
-    std::vector<OutboxItem> load();
+    OutboxSnapshot load();
 
     // Replaces the item of the same shortID in its place, or appends. A write that fails is dropped.
     void upsert(const OutboxItem& item);
@@ -43,10 +46,20 @@ public:
     std::optional<std::filesystem::path> sourceURL(const OutboxItem& item);
 
 private:
-    void save(const std::vector<OutboxItem>& items);
+    // An index as it was read or written last: bytes that are on the disk still need no other look at them.
+    struct Index {
+        std::string bytes;
+        OutboxSnapshot items;
+    };
+
+    OutboxSnapshot read();
+    void save(const OutboxSnapshot& items);
+    std::filesystem::path indexPath() const;
 
     SerialQueue lock_{"com.norvelant.cadora.mac.outbox"};
     std::filesystem::path root_;
+    std::optional<Index> lastRead_;
+    std::optional<Index> lastEncoded_;
 };
 
 } // namespace cadora

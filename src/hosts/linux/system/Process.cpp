@@ -3,6 +3,7 @@
 #include <csignal>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
 namespace cadora {
@@ -18,10 +19,20 @@ void fillStandardDescriptors() {
     close(descriptor);
 }
 
+// The usual limit suits programs that wait with select(), which this one doesn't.
+void raiseDescriptorLimit() {
+    rlimit limit{};
+    if (getrlimit(RLIMIT_NOFILE, &limit) == 0) {
+        limit.rlim_cur = limit.rlim_max;
+        setrlimit(RLIMIT_NOFILE, &limit);
+    }
+}
+
 } // namespace
 
 void prepareProcess() {
     fillStandardDescriptors();
+    raiseDescriptorLimit();
     std::signal(SIGPIPE, SIG_IGN);
     std::signal(SIGXFSZ, SIG_IGN);
 }

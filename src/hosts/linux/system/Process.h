@@ -3,8 +3,8 @@
 namespace cadora {
 
 // Makes the process one that its surroundings can't trip: whatever opens a file next gets no standard
-// descriptor, and a reader that went away, a full disk or a limit is an error where it occurs and not the
-// program's end. Called first in main.
+// descriptor, descriptors are as many as the system allows, and a reader that went away, a full disk or a
+// limit is an error where it occurs and not the program's end. Called first in main.
 void prepareProcess();
 
 } // namespace cadora
