@@ -79,8 +79,8 @@ private:
         retire();
         std::vector<Rounds::Job> jobs;
         jobs.reserve(users_.size());
-        for (const auto& [user, completion] : users_) {
-            jobs.emplace_back([self = this->shared_from_this(), user = user] { self->tell(user); });
+        for (const auto& entry : users_) {
+            jobs.emplace_back([self = this->shared_from_this(), user = entry.first] { self->tell(user); });
         }
         return jobs;
     }
