@@ -60,18 +60,20 @@ struct Fixture {
 
 } // namespace
 
-TEST_CASE_FIXTURE(Fixture, "a notification has the program's name, its own title and body, and no sound") {
+TEST_CASE_FIXTURE(
+    Fixture, "a notification has the program's name, icon and entry, its own title and body, and no sound") {
     startServer(plain);
     add("Sent to Cadora ✓", "Song — private");
     REQUIRE(shows(1));
     const auto& shown = server->notifications[0];
     CHECK(shown.application == "Cadora Helper");
     CHECK(shown.replaces == 0);
-    CHECK(shown.icon.empty());
+    CHECK(shown.icon == "cadora-helper");
     CHECK(shown.summary == "Sent to Cadora ✓");
     CHECK(shown.body == "Song — private");
     CHECK(shown.actions.isEmpty());
-    CHECK(shown.hints == QVariantMap{{"suppress-sound", true}});
+    CHECK(shown.hints ==
+          QVariantMap{{"suppress-sound", true}, {"desktop-entry", "com.norvelant.cadora.mac"}});
     CHECK(shown.timeout == -1);
 }
 

@@ -40,6 +40,7 @@ struct Desktop {
     const fs::path dolphin = data / "kio/servicemenus/cadora-helper.desktop";
     const fs::path actions = data / "file-manager/actions/cadora-helper.desktop";
     const fs::path script = data / "nautilus/scripts/Send to Cadora";
+    const fs::path cajaScript = config / "caja/scripts/Send to Cadora";
     const fs::path extension = data / "nautilus-python/extensions/cadora_helper.py";
 
     Desktop() {
@@ -66,7 +67,9 @@ struct Desktop {
             .refresh();
     }
 
-    std::vector<fs::path> all() const { return {thunar, sendTo, nemo, dolphin, actions, script, extension}; }
+    std::vector<fs::path> all() const {
+        return {thunar, sendTo, nemo, dolphin, actions, script, cajaScript, extension};
+    }
 
     // Everything in the home: the files with what is in them, and the folders.
     std::map<std::string, std::string> contents() const {
@@ -95,8 +98,8 @@ TEST_CASE("an enabled service has an entry in every file manager") {
     for (const fs::path& file : desktop.all()) {
         CAPTURE(file.string());
         CHECK(contains(file, "cadora-send"));
-        CHECK((file == desktop.script || file == desktop.extension || contains(file, "=Send to Cadora\n") ||
-               contains(file, "<name>Send to Cadora</name>")));
+        CHECK((file == desktop.script || file == desktop.cajaScript || file == desktop.extension ||
+               contains(file, "=Send to Cadora\n") || contains(file, "<name>Send to Cadora</name>")));
     }
     CHECK(contains(desktop.thunar, "<command>&#39;/opt/cadora helper/bin/cadora-send&#39; %F</command>"));
     CHECK(contains(desktop.sendTo, "Exec=\"/opt/cadora helper/bin/cadora-send\" %F\n"));
@@ -104,9 +107,15 @@ TEST_CASE("an enabled service has an entry in every file manager") {
     CHECK(contains(desktop.dolphin, "Exec=\"/opt/cadora helper/bin/cadora-send\" %U\n"));
     CHECK(contains(desktop.actions, "Exec=\"/opt/cadora helper/bin/cadora-send\" %U\n"));
     CHECK(contains(desktop.script, "exec '/opt/cadora helper/bin/cadora-send'\n"));
+    CHECK(contains(desktop.cajaScript, "exec '/opt/cadora helper/bin/cadora-send'\n"));
+    CHECK(contains(desktop.actions, "MimeTypes=audio/*;"));
+    for (const fs::path& file : {desktop.sendTo, desktop.dolphin, desktop.actions}) {
+        CHECK(contains(file, "TryExec=/opt/cadora helper/bin/cadora-send\n"));
+    }
     CHECK(contains(desktop.extension, "SENDER = \"/opt/cadora helper/bin/cadora-send\"\n"));
     CHECK(isExecutable(desktop.dolphin));
     CHECK(isExecutable(desktop.script));
+    CHECK(isExecutable(desktop.cajaScript));
     CHECK_FALSE(isExecutable(desktop.nemo));
     CHECK(desktop.systemLog.lines.empty());
 }

@@ -53,6 +53,16 @@ TEST_CASE("an empty list takes an action, whatever its form") {
     }
 }
 
+TEST_CASE("a list that begins as older versions of Thunar wrote it is taken, and keeps its beginning") {
+    const std::string older = "<?xml encoding=\"UTF-8\" version=\"1.0\"?>\n" + list("<action/>\n");
+    auto actions = *ThunarActions::parse(older, "7-1");
+    actions.put(own);
+    CHECK(actions.text() ==
+          "<?xml encoding=\"UTF-8\" version=\"1.0\"?>\n" + list("<action/>\n" + std::string(own) + "\n"));
+    actions.remove();
+    CHECK(actions.text() == older);
+}
+
 TEST_CASE("what is no list of actions is refused") {
     for (const std::string& text :
          {std::string(), std::string("<actions>"), std::string("<other/>"), list("<action>"),

@@ -1,5 +1,7 @@
 #include "hosts/linux/bus/DBusUserNotificationCenter.h"
 
+#include "hosts/linux/bus/DBusNames.h"
+
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
@@ -88,11 +90,13 @@ void DBusUserNotificationCenter::deliverWaiting() {
         const QString body = QString::fromStdString(request.body);
         const quint32 replacesNothing = 0;
         const int serverDecidesHowLong = -1;
+        // By which the desktop knows the program: its name, its icon, and whether the user has silenced it.
+        const QVariantMap hints{{QStringLiteral("suppress-sound"), true},
+                                {QStringLiteral("desktop-entry"), QString::fromLatin1(dbus::busName)}};
         QDBusMessage notify = methodCall(QStringLiteral("Notify"));
-        notify << QStringLiteral("Cadora Helper") << replacesNothing << QString()
+        notify << QStringLiteral("Cadora Helper") << replacesNothing << QStringLiteral("cadora-helper")
                << QString::fromStdString(request.title) << (markup_ == Markup::body ? escaped(body) : body)
-               << QStringList() << QVariantMap{{QStringLiteral("suppress-sound"), true}}
-               << serverDecidesHowLong;
+               << QStringList() << hints << serverDecidesHowLong;
         bus_.send(notify);
     }
 }

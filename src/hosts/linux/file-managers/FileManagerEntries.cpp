@@ -228,6 +228,8 @@ std::vector<FileManagerEntries::Entry> FileManagerEntries::entries() const {
          text(entry_texts::fileManagerAction)},
         {"nautilusScript", data / "nautilus/scripts/Send to Cadora", text(entry_texts::nautilusScript),
          user_file::Kind::program},
+        {"cajaScript", folders_.configHome / "caja/scripts/Send to Cadora", text(entry_texts::nautilusScript),
+         user_file::Kind::program},
         {"nautilusExtension", data / "nautilus-python/extensions/cadora_helper.py",
          text(entry_texts::nautilusExtension)},
     };

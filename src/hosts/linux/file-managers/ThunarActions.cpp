@@ -4,6 +4,7 @@
 
 #include <limits>
 #include <memory>
+#include <string_view>
 #include <utility>
 
 namespace cadora {
@@ -19,8 +20,7 @@ public:
     std::optional<ThunarActions> parse(std::string text) {
         // Nothing could be put into what has no ASCII in it.
         if (text.find('\0') != std::string::npos || text.size() > std::numeric_limits<int>::max() ||
-            XML_Parse(parser_.get(), text.data(), static_cast<int>(text.size()), XML_TRUE) != XML_STATUS_OK ||
-            !isList_) {
+            !read(text) || !isList_) {
             return std::nullopt;
         }
         if (!text.substr(end_).starts_with("</")) {
@@ -35,6 +35,16 @@ private:
     struct Free {
         void operator()(XML_Parser parser) const { XML_ParserFree(parser); }
     };
+
+    bool read(std::string text) {
+        // As older versions of Thunar began the list, and as only their own reader takes it.
+        constexpr std::string_view olderBegin = "<?xml encoding=\"UTF-8\" version=\"1.0\"?>";
+        if (text.starts_with(olderBegin)) {
+            text.replace(0, olderBegin.size(), olderBegin.size(), ' ');
+        }
+        return XML_Parse(parser_.get(), text.data(), static_cast<int>(text.size()), XML_TRUE) ==
+               XML_STATUS_OK;
+    }
 
     std::size_t position() const { return static_cast<std::size_t>(XML_GetCurrentByteIndex(parser_.get())); }
 

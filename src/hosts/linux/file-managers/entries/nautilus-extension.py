@@ -1,7 +1,6 @@
 import os
-import subprocess
 
-from gi.repository import GObject, Nautilus
+from gi.repository import Gio, GObject, Nautilus
 
 SENDER = "@sender:python@"
 TYPES = "@types:python@".split(";")
@@ -16,5 +15,5 @@ class SendToCadora(GObject.GObject, Nautilus.MenuProvider):
             return []
         uris = [file.get_uri() for file in files]
         item = Nautilus.MenuItem(name="SendToCadora", label="Send to Cadora", icon="cadora-helper")
-        item.connect("activate", lambda _: subprocess.Popen([SENDER, *uris]))
+        item.connect("activate", lambda _: Gio.Subprocess.new([SENDER, *uris], Gio.SubprocessFlags.NONE))
         return [item]

@@ -1,3 +1,3 @@
 #!/bin/sh
-# Nautilus names the selected files in the environment.
+# Nautilus and Caja name the selected files in the environment.
 exec @sender:shell@
