@@ -198,6 +198,43 @@ TEST_CASE_FIXTURE(Fixture, "text that is not UTF-8 is shown with replacement cha
     CHECK(server->notifications[0].body == "na\uFFFDve.wav");
 }
 
+TEST_CASE_FIXTURE(Fixture,
+                  "what was added is with the bus when the call returns, whatever becomes of the program") {
+    startServer(plain);
+    auto connection = bus.connect();
+    const QString name = connection.name();
+    auto doomed = std::make_unique<DBusUserNotificationCenter>(actor, connection);
+    doomed->add({"1", "title", "first"});
+    REQUIRE(shows(1));
+    doomed->add({"2", "title", "second"});
+    // No turn of the event loop, and no word of farewell.
+    connection = QDBusConnection(QString());
+    QDBusConnection::disconnectFromBus(name);
+    REQUIRE(shows(2));
+    CHECK(server->bodies() == Texts{"first", "second"});
+    doomed.reset();
+}
+
+TEST_CASE_FIXTURE(Fixture,
+                  "a server that falls behind gets what is new, but no more of what it has not answered") {
+    startServer(plain);
+    server->holdsAnswers = true;
+    add("title", "first");
+    REQUIRE(shows(1));
+    constexpr std::size_t most = DBusUserNotificationCenter::mostUnanswered;
+    for (std::size_t i = 0; i < 3 * most; ++i) {
+        add("title", "again");
+    }
+    add("title", "news");
+    REQUIRE(shows(most + 1));
+    loop.runPending();
+    CHECK(server->notifications.size() == most + 1);
+    CHECK(server->bodies().back() == "news");
+    server->answerNotifications();
+    REQUIRE(shows(most + 2));
+    CHECK(server->bodies().back() == "again");
+}
+
 TEST_CASE_FIXTURE(Fixture, "asking for permission says nothing to anybody") {
     startServer(plain);
     center.requestAuthorization(UserNotificationCenter::alert | UserNotificationCenter::sound);

@@ -6,6 +6,7 @@
 #include <QDBusVirtualObject>
 
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace cadora::test {
@@ -40,7 +41,16 @@ public:
     int capabilityCalls = 0;
     // Capability calls stay unanswered until answerCapabilities().
     bool holdsCapabilities = false;
+    // Notifications are shown, but their senders are not told until answerNotifications().
+    bool holdsAnswers = false;
     std::vector<Notification> notifications;
+
+    void answerNotifications() {
+        holdsAnswers = false;
+        for (const QDBusMessage& message : std::exchange(unanswered_, {})) {
+            bus_.send(message.createReply(1U));
+        }
+    }
 
     void answerCapabilities() {
         for (const QDBusMessage& message : held_) {
@@ -86,7 +96,9 @@ public:
                                  arguments[2].toString().toStdString(), arguments[3].toString().toStdString(),
                                  arguments[4].toString().toStdString(), arguments[5].toStringList(),
                                  qdbus_cast<QVariantMap>(arguments[6]), arguments[7].toInt()});
-        if (message.isReplyRequired()) {
+        if (holdsAnswers) {
+            unanswered_.push_back(message);
+        } else if (message.isReplyRequired()) {
             bus_.send(message.createReply(static_cast<quint32>(notifications.size())));
         }
         return true;
@@ -96,6 +108,7 @@ private:
     QDBusConnection bus_;
     QStringList capabilities_;
     std::vector<QDBusMessage> held_;
+    std::vector<QDBusMessage> unanswered_;
 };
 
 } // namespace cadora::test

@@ -2,12 +2,15 @@
 
 #include "hosts/linux/bus/DBusNames.h"
 
+#include <QDBusConnectionInterface>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
 #include <QStringList>
+#include <QThread>
 #include <QVariantMap>
 
+#include <algorithm>
 #include <utility>
 
 namespace cadora {
@@ -53,52 +56,99 @@ DBusUserNotificationCenter::DBusUserNotificationCenter(MainActor& mainActor, QDB
     : mainActor_(mainActor), bus_(std::move(bus)),
       watcher_(service, bus_, QDBusServiceWatcher::WatchForOwnerChange) {
     QObject::connect(&watcher_, &QDBusServiceWatcher::serviceOwnerChanged, &answers_,
-                     [this] { markup_ = std::nullopt; });
+                     [this](const QString&, const QString&, const QString& owner) {
+                         markup_ = std::nullopt;
+                         if (hasShownAny_ && !owner.isEmpty() && !isStartingServer_) {
+                             askCapabilities(Server::ifItRuns);
+                         }
+                     });
+    askCapabilities(Server::ifItRuns);
 }
 
 void DBusUserNotificationCenter::requestAuthorization(unsigned) {}
 
 void DBusUserNotificationCenter::add(UserNotificationRequest request) {
-    mainActor_.post([this, request = std::move(request)] {
-        waiting_.push_back(request);
-        if (markup_) {
-            deliverWaiting();
-        } else if (waiting_.size() == 1) {
-            askCapabilities();
-        }
-    });
+    if (QThread::currentThread() == answers_.thread()) {
+        accept(request);
+        return;
+    }
+    mainActor_.post([this, request = std::move(request)] { accept(request); });
 }
 
-void DBusUserNotificationCenter::askCapabilities() {
-    auto* const answer =
-        new QDBusPendingCallWatcher(bus_.asyncCall(methodCall(QStringLiteral("GetCapabilities"))), &answers_);
-    QObject::connect(answer, &QDBusPendingCallWatcher::finished, &answers_, [this, answer] {
-        answer->deleteLater();
-        const QDBusPendingReply<QStringList> capabilities = *answer;
-        if (capabilities.isError()) {
-            waiting_.clear();
-            return;
+void DBusUserNotificationCenter::accept(const UserNotificationRequest& request) {
+    hasShownAny_ = true;
+    const Text text{request.title, request.body};
+    // Word that the server has changed hands may be on its way, behind what has led here.
+    if (markup_ && !unanswered_.contains(text) &&
+        bus_.interface()->serviceOwner(service).value() != server_) {
+        markup_ = std::nullopt;
+    }
+    if (!markup_) {
+        waiting_.push_back(text);
+        if (!isStartingServer_) {
+            askCapabilities(Server::started);
         }
-        markup_ = capabilities.value().contains(QLatin1String("body-markup")) ? Markup::body : Markup::none;
-        deliverWaiting();
+    } else if (!mustWait(text)) {
+        deliver(text);
+    } else if (std::find(waiting_.begin(), waiting_.end(), text) == waiting_.end()) {
+        waiting_.push_back(text);
+    }
+}
+
+void DBusUserNotificationCenter::askCapabilities(Server server) {
+    isStartingServer_ = isStartingServer_ || server == Server::started;
+    QDBusMessage question = methodCall(QStringLiteral("GetCapabilities"));
+    question.setAutoStartService(server == Server::started);
+    auto* const answer = new QDBusPendingCallWatcher(bus_.asyncCall(question), &answers_);
+    QObject::connect(answer, &QDBusPendingCallWatcher::finished, &answers_, [this, answer, server] {
+        answer->deleteLater();
+        isStartingServer_ = isStartingServer_ && server != Server::started;
+        const QDBusPendingReply<QStringList> capabilities = *answer;
+        if (!capabilities.isError()) {
+            server_ = capabilities.reply().service();
+            markup_ =
+                capabilities.value().contains(QLatin1String("body-markup")) ? Markup::body : Markup::none;
+            deliverWaiting();
+        } else if (server == Server::started && !markup_) {
+            waiting_.clear();
+        }
     });
 }
 
 void DBusUserNotificationCenter::deliverWaiting() {
-    for (; !waiting_.empty(); waiting_.pop_front()) {
-        const UserNotificationRequest& request = waiting_.front();
-        const QString body = QString::fromStdString(request.body);
-        const quint32 replacesNothing = 0;
-        const int serverDecidesHowLong = -1;
-        // By which the desktop knows the program: its name, its icon, and whether the user has silenced it.
-        const QVariantMap hints{{QStringLiteral("suppress-sound"), true},
-                                {QStringLiteral("desktop-entry"), QString::fromLatin1(dbus::busName)}};
-        QDBusMessage notify = methodCall(QStringLiteral("Notify"));
-        notify << QStringLiteral("Cadora Helper") << replacesNothing << QStringLiteral("cadora-helper")
-               << QString::fromStdString(request.title) << (markup_ == Markup::body ? escaped(body) : body)
-               << QStringList() << hints << serverDecidesHowLong;
-        bus_.send(notify);
+    while (markup_ && !waiting_.empty() && !mustWait(waiting_.front())) {
+        deliver(waiting_.front());
+        waiting_.pop_front();
     }
+}
+
+bool DBusUserNotificationCenter::mustWait(const Text& text) const {
+    return unansweredCount_ >= mostUnanswered && unanswered_.contains(text);
+}
+
+void DBusUserNotificationCenter::deliver(const Text& text) {
+    const auto& [title, body] = text;
+    const QString shownBody = QString::fromStdString(body);
+    const quint32 replacesNothing = 0;
+    const int serverDecidesHowLong = -1;
+    // By which the desktop knows the program: its name, its icon, and whether the user has silenced it.
+    const QVariantMap hints{{QStringLiteral("suppress-sound"), true},
+                            {QStringLiteral("desktop-entry"), QString::fromLatin1(dbus::busName)}};
+    QDBusMessage notify = methodCall(QStringLiteral("Notify"));
+    notify << QStringLiteral("Cadora Helper") << replacesNothing << QStringLiteral("cadora-helper")
+           << QString::fromStdString(title) << (markup_ == Markup::body ? escaped(shownBody) : shownBody)
+           << QStringList() << hints << serverDecidesHowLong;
+    ++unanswered_[text];
+    ++unansweredCount_;
+    auto* const answer = new QDBusPendingCallWatcher(bus_.asyncCall(notify), &answers_);
+    QObject::connect(answer, &QDBusPendingCallWatcher::finished, &answers_, [this, answer, text] {
+        answer->deleteLater();
+        --unansweredCount_;
+        if (const auto found = unanswered_.find(text); --found->second == 0) {
+            unanswered_.erase(found);
+        }
+        deliverWaiting();
+    });
 }
 
 } // namespace cadora
