@@ -35,16 +35,16 @@ public:
     // Links are followed. Absent when there is nothing, or nothing that can be looked at; nothing is thrown.
     virtual std::optional<FileIdentity> identity(const std::filesystem::path& path) = 0;
 
-    // With the directories above it. One that exists already is no failure. When it returns, the new
-    // directories survive a loss of power.
+    // With the directories above it. One that exists already is no failure. The new directories survive a
+    // loss of power when what writeAtomically() wrote afterwards does.
     virtual void createDirectory(const std::filesystem::path& path) = 0;
 
     // The names in a directory, hidden ones included, in the file system's own order.
     virtual std::vector<std::filesystem::path> contentsOfDirectory(const std::filesystem::path& path) = 0;
 
-    // Copies a file, or a folder with all that is in it; a symbolic link given as `from` is followed. Fails
-    // when `to` exists, and for anything that is neither a file nor a folder. When it returns, the copy is
-    // complete and survives a loss of power; a copy that fails leaves nothing at `to`.
+    // Copies a file or a folder whole; a symbolic link given as `from` is followed. Fails when `to` exists,
+    // and for what is neither a file nor a folder; then nothing is left at `to`. The copy survives a loss of
+    // power when what writeAtomically() wrote afterwards on the same volume does.
     virtual void copyItem(const std::filesystem::path& from, const std::filesystem::path& to) = 0;
 
     // Deletes a file, or a folder with everything in it; links are removed, never followed.
@@ -56,7 +56,7 @@ public:
     virtual bool holds(const std::filesystem::path& path, std::string_view bytes) = 0;
 
     // Replaces the file in one step: at any instant, and after a loss of power, it is the old one or the new
-    // one whole.
+    // one whole. When it returns, the new one survives a loss of power.
     virtual void writeAtomically(const std::filesystem::path& path, std::string_view bytes) = 0;
 };
 

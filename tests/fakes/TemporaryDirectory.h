@@ -7,6 +7,8 @@
 #include <stdexcept>
 #include <string>
 
+#include <unistd.h>
+
 namespace cadora::test {
 
 // A folder of the test's own, gone with all that is in it at the end.

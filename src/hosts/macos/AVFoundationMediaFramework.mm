@@ -3,8 +3,11 @@
 #include "hosts/macos/DurableFile.h"
 #include "hosts/macos/FoundationError.h"
 #include "hosts/macos/FoundationText.h"
+#include "hosts/macos/ProcessActivity.h"
 
 #include <utility>
+#include <variant>
+#include <vector>
 
 #import <AVFoundation/AVFoundation.h>
 #import <CoreMedia/CoreMedia.h>
@@ -102,8 +105,10 @@ void AVFoundationExportSession::exportAsynchronously(std::function<void()> handl
     MainActor* const actor = &mainActor_;
     AVAssetExportSession* const session = session_;
     session.outputURL = fileURL(written);
+    const auto activity = std::make_shared<ProcessActivity>("Converting a recording");
     // The session keeps the block, and the block the session, until the export has ended.
     [session exportAsynchronouslyWithCompletionHandler:^{
+      (void)activity;
       const auto outcome = std::make_shared<Outcome>(conclude(session, written, output));
       actor->post([weakState, outcome, handler] {
           if (const auto state = weakState.lock()) {
@@ -116,15 +121,58 @@ void AVFoundationExportSession::exportAsynchronously(std::function<void()> handl
 
 } // namespace
 
+// Main actor only.
+class AVFoundationMediaFramework::LoadedAssets {
+public:
+    void keep(const fs::path& source, AVURLAsset* asset) {
+        // One whose export never comes must not be kept for ever.
+        if (kept_.size() == most) {
+            kept_.erase(kept_.begin());
+        }
+        kept_.push_back({source, asset});
+    }
+
+    // Nil when none is kept for the file. The latest, since the file may have been another one before.
+    AVURLAsset* take(const fs::path& source) {
+        AVURLAsset* latest = nil;
+        std::erase_if(kept_, [&](const Kept& one) {
+            const bool found = one.source == source;
+            if (found) {
+                latest = one.asset;
+            }
+            return found;
+        });
+        return latest;
+    }
+
+private:
+    static constexpr std::size_t most = 8;
+
+    struct Kept {
+        fs::path source;
+        AVURLAsset* asset;
+    };
+
+    std::vector<Kept> kept_;
+};
+
+AVFoundationMediaFramework::AVFoundationMediaFramework(MainActor& mainActor)
+    : mainActor_(mainActor), assets_(std::make_shared<LoadedAssets>()) {}
+
+AVFoundationMediaFramework::~AVFoundationMediaFramework() = default;
+
 CancelAction AVFoundationMediaFramework::loadDuration(fs::path source, Completion<double> completion) {
     AVURLAsset* const asset = assetOf(source);
     MainActor* const actor = &mainActor_;
-    NSString* const key = @"duration";
-    [asset loadValuesAsynchronouslyForKeys:@[ key ]
+    const std::weak_ptr<LoadedAssets> weakAssets = assets_;
+    NSString* const duration = @"duration";
+    // What the export asks of the asset is loaded with it: the main thread would wait for it there.
+    NSArray<NSString*>* const keys = @[ duration, @"tracks", @"exportable" ];
+    [asset loadValuesAsynchronouslyForKeys:keys
                          completionHandler:^{
                            NSError* error = nil;
                            const auto result = std::make_shared<Result<double>>();
-                           if ([asset statusOfValueForKey:key error:&error] == AVKeyValueStatusLoaded) {
+                           if ([asset statusOfValueForKey:duration error:&error] == AVKeyValueStatusLoaded) {
                                *result = CMTimeGetSeconds(asset.duration);
                            } else if (error != nil) {
                                *result = failure<double>(platformError(error));
@@ -132,15 +180,23 @@ CancelAction AVFoundationMediaFramework::loadDuration(fs::path source, Completio
                                *result = failure<double>(
                                    fileError(0, source, "couldn’t be read", "its length was not found"));
                            }
-                           actor->post([result, completion] { completion(std::move(*result)); });
+                           actor->post([weakAssets, asset, source, result, completion] {
+                               if (const auto assets = weakAssets.lock();
+                                   assets && std::holds_alternative<double>(*result)) {
+                                   assets->keep(source, asset);
+                               }
+                               completion(std::move(*result));
+                           });
                          }];
     return [asset] { [asset cancelLoading]; };
 }
 
 std::unique_ptr<AssetExportSession> AVFoundationMediaFramework::makeExportSession(fs::path source,
                                                                                   std::string presetName) {
-    AVAssetExportSession* const session = [[AVAssetExportSession alloc] initWithAsset:assetOf(source)
-                                                                           presetName:preset(presetName)];
+    AVURLAsset* const loaded = assets_->take(source);
+    AVAssetExportSession* const session =
+        [[AVAssetExportSession alloc] initWithAsset:loaded != nil ? loaded : assetOf(source)
+                                         presetName:preset(presetName)];
     if (session == nil) {
         return nullptr;
     }

@@ -29,6 +29,7 @@ private:
 
     void scheduleNext();
     void runNext();
+    void scheduleAbort(const std::shared_ptr<Request>& request);
     void callOff(const std::shared_ptr<Request>& request);
 
     MainActor& mainActor_;

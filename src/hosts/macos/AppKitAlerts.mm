@@ -42,6 +42,19 @@ void AppKitAlerts::scheduleNext() {
     CFRunLoopWakeUp(runLoop);
 }
 
+// This is called by the main queue, not by the alert's own event loop, and only that loop may be stopped by a
+// call of its own: so it is told by its run loop to abort.
+void AppKitAlerts::scheduleAbort(const std::shared_ptr<Request>& request) {
+    const std::shared_ptr<Request> ending = request;
+    CFRunLoopRef const runLoop = CFRunLoopGetMain();
+    CFRunLoopPerformBlock(runLoop, (__bridge CFTypeRef)NSModalPanelRunLoopMode, ^{
+      if (ending == running_) {
+          [[NSApplication sharedApplication] abortModal];
+      }
+    });
+    CFRunLoopWakeUp(runLoop);
+}
+
 void AppKitAlerts::runNext() {
     if (running_ || waiting_.empty()) {
         return;
@@ -61,7 +74,7 @@ void AppKitAlerts::runNext() {
 void AppKitAlerts::callOff(const std::shared_ptr<Request>& request) {
     request->isCalledOff = true;
     if (request == running_) {
-        [[NSApplication sharedApplication] stopModalWithCode:NSModalResponseStop];
+        scheduleAbort(request);
     } else {
         std::erase(waiting_, request);
     }

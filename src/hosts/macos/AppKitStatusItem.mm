@@ -6,7 +6,9 @@ namespace cadora {
 
 AppKitStatusItem::AppKitStatusItem()
     : item_([[NSStatusBar systemStatusBar] statusItemWithLength:NSVariableStatusItemLength]),
-      menu_([[NSMenu alloc] initWithTitle:@""]), target_([[CadoraMenuTarget alloc] init]) {}
+      menu_([[NSMenu alloc] initWithTitle:@""]), target_([[CadoraMenuTarget alloc] init]) {
+    item_.menu = menu_;
+}
 
 AppKitStatusItem::~AppKitStatusItem() {
     target_.menuTarget = nullptr;
@@ -26,7 +28,6 @@ void AppKitStatusItem::setMenu(Menu menu, MenuTarget& target) {
     // menu anew is still at work in the target.
     target_.menuTarget = &target;
     render(menu, menu_, target_);
-    item_.menu = menu_;
 }
 
 void AppKitStatusItem::setVisibility(Visibility visibility) {

@@ -59,6 +59,13 @@ int syncDescriptorThroughDrive(int descriptor) {
     return retrying([&] { return fcntl(descriptor, F_FULLFSYNC); }) == 0 ? 0 : syncDescriptor(descriptor);
 }
 
+// Where a drive knows no order, its cache is emptied.
+int syncDescriptorInOrder(int descriptor) {
+    return retrying([&] { return fcntl(descriptor, F_BARRIERFSYNC); }) == 0
+               ? 0
+               : syncDescriptorThroughDrive(descriptor);
+}
+
 int writeAll(int descriptor, std::string_view bytes) {
     while (!bytes.empty()) {
         const ssize_t written = retrying([&] { return write(descriptor, bytes.data(), bytes.size()); });
@@ -75,7 +82,9 @@ int unlockAndSyncOne(const fs::path& path) {
     if (lstat(path.c_str(), &status) != 0) {
         return errno;
     }
-    if (lchflags(path.c_str(), 0) != 0 && errno != ENOTSUP) {
+    constexpr unsigned locks = UF_IMMUTABLE | UF_APPEND;
+    if ((status.st_flags & locks) != 0 && lchflags(path.c_str(), status.st_flags & ~locks) != 0 &&
+        errno != ENOTSUP) {
         return errno;
     }
     if (!S_ISREG(status.st_mode) && !S_ISDIR(status.st_mode)) {
@@ -88,14 +97,19 @@ int unlockAndSyncOne(const fs::path& path) {
     return syncDescriptor(item.get());
 }
 
-int syncFolderOf(const fs::path& path) {
-    return syncThroughDrive(path.parent_path());
+OpenFile openForSync(const fs::path& path) {
+    return {path.empty() ? fs::path(".") : path, O_RDONLY};
 }
 
 } // namespace
 
+int sync(const fs::path& path) {
+    const OpenFile item = openForSync(path);
+    return item ? syncDescriptor(item.get()) : errno;
+}
+
 int syncThroughDrive(const fs::path& path) {
-    const OpenFile item(path.empty() ? fs::path(".") : path, O_RDONLY);
+    const OpenFile item = openForSync(path);
     return item ? syncDescriptorThroughDrive(item.get()) : errno;
 }
 
@@ -116,16 +130,16 @@ int writeNewFile(const fs::path& path, std::string_view bytes) {
         return errno;
     }
     const int code = writeAll(file.get(), bytes);
-    return code != 0 ? code : syncDescriptorThroughDrive(file.get());
+    return code != 0 ? code : syncDescriptorInOrder(file.get());
 }
 
 int moveReplacing(const fs::path& from, const fs::path& to) {
-    return rename(from.c_str(), to.c_str()) == 0 ? syncFolderOf(to) : errno;
+    return rename(from.c_str(), to.c_str()) == 0 ? sync(to.parent_path()) : errno;
 }
 
 int moveWithoutReplacing(const fs::path& from, const fs::path& to) {
     if (renamex_np(from.c_str(), to.c_str(), RENAME_EXCL) == 0) {
-        return syncFolderOf(to);
+        return sync(to.parent_path());
     }
     if (errno != ENOTSUP) {
         return errno;

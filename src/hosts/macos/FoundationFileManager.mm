@@ -70,6 +70,30 @@ void requireNotWithin(const fs::path& folder, const fs::path& source, const fs::
     }
 }
 
+// Reading a file that is in iCloud alone would hold up the main thread until all of it has come.
+void requireOnThisMac(const struct stat& status, NSString* source, const fs::path& shown) {
+    if ((status.st_flags & SF_DATALESS) == 0) {
+        return;
+    }
+    const BOOL begun = [files() startDownloadingUbiquitousItemAtURL:[NSURL fileURLWithPath:source] error:nil];
+    throw fileError(EAGAIN, shown, notCopied,
+                    begun ? "it is not on this Mac yet; its download has begun, send it again afterwards"
+                          : "it is not on this Mac; download it, then send it again");
+}
+
+// The system's own word for a folder that it keeps from the program is “Operation not permitted”, which names
+// neither the reason nor the remedy.
+PlatformError copyError(NSError* error, const fs::path& from) {
+    NSError* const underlying = error.userInfo[NSUnderlyingErrorKey];
+    const bool isKept = [underlying isKindOfClass:[NSError class]] &&
+                        [underlying.domain isEqualToString:NSPOSIXErrorDomain] && underlying.code == EPERM;
+    return isKept
+               ? fileError(EPERM, from, notCopied,
+                           "macOS keeps Cadora Helper from reading it; allow it in System Settings, Privacy "
+                           "& Security, Files and Folders")
+               : fileError(error, from, notCopied);
+}
+
 // Gone again when it has not been moved to its final name.
 class TemporaryItem {
 public:
@@ -122,7 +146,7 @@ void FoundationFileManager::createDirectory(const fs::path& path) {
         return;
     }
     require(code, item, notCreated);
-    require(syncThroughDrive(folderOf(item)), item, notCreated);
+    require(sync(folderOf(item)), item, notCreated);
 }
 
 std::vector<fs::path> FoundationFileManager::contentsOfDirectory(const fs::path& path) {
@@ -157,16 +181,16 @@ void FoundationFileManager::copyItem(const fs::path& from, const fs::path& to) {
         throw fileError(errno, folder, "couldn’t be opened");
     }
     NSString* const source = [nsString(from.native()) stringByResolvingSymlinksInPath];
+    requireOnThisMac(status, source, from);
     if (S_ISDIR(status.st_mode)) {
         requireNotWithin(folder, stdString(source), from);
     }
     const TemporaryItem copy(target);
     NSError* error = nil;
     if (![files() copyItemAtPath:source toPath:nsString(copy.path().native()) error:&error]) {
-        throw fileError(error, from, notCopied);
+        throw copyError(error, from);
     }
     require(unlockAndSync(copy.path()), from, notCopied);
-    require(syncThroughDrive(copy.path()), from, notCopied);
     const int code = moveWithoutReplacing(copy.path(), target);
     if (code == EEXIST) {
         throw fileError(code, from, notCopied, "“" + displayName(target) + "” exists already");
@@ -205,6 +229,7 @@ void FoundationFileManager::writeAtomically(const fs::path& path, std::string_vi
     const TemporaryItem file(path);
     require(writeNewFile(file.path(), bytes), path, notWritten);
     require(moveReplacing(file.path(), path), path, notWritten);
+    require(syncThroughDrive(folderOf(path)), path, notWritten);
 }
 
 } // namespace cadora

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "base/MainActor.h"
+#include "hosts/macos/UploadLinks.h"
 #include "platform/URLSession.h"
 
 namespace cadora {
@@ -12,14 +13,18 @@ namespace cadora {
 // can be made, because the file is on another volume or is not there, it reads the file itself.
 class NSURLSessionURLSession : public URLSession {
 public:
-    explicit NSURLSessionURLSession(MainActor& mainActor) : mainActor_(mainActor) {}
+    explicit NSURLSessionURLSession(MainActor& mainActor);
 
     CancelAction data(URLRequest request, Completion<Answer> completion) override;
     CancelAction upload(URLRequest request, std::filesystem::path fromFile,
                         Completion<Answer> completion) override;
 
+    // Leaves nothing of the uploads under way in the folder for temporary files; their transfers go on.
+    void removeTemporaryFiles() noexcept { links_.removeOwn(); }
+
 private:
     MainActor& mainActor_;
+    UploadLinks links_;
 };
 
 } // namespace cadora

@@ -2,11 +2,10 @@
 
 #include "hosts/macos/FoundationError.h"
 #include "hosts/macos/FoundationText.h"
+#include "hosts/macos/ProcessActivity.h"
 
 #include <memory>
 #include <utility>
-
-#include <unistd.h>
 
 #import <Foundation/Foundation.h>
 
@@ -62,7 +61,10 @@ PlatformError notAURL(const URL& url) {
 // a reference as a reference.
 Handler completionHandler(MainActor* actor, URL url, std::filesystem::path file,
                           Completion<URLSession::Answer> completion) {
+    const auto activity = std::make_shared<ProcessActivity>("Transferring a recording");
     return ^(NSData* data, NSURLResponse* response, NSError* error) {
+      // Ends when the session is done with this block.
+      (void)activity;
       auto result = std::make_shared<Result<URLSession::Answer>>();
       if (error != nil) {
           *result = failure<URLSession::Answer>(transferError(error, url, file));
@@ -73,35 +75,19 @@ Handler completionHandler(MainActor* actor, URL url, std::filesystem::path file,
     };
 }
 
-// A second name for a file, until it is destroyed.
-class HardLink {
-public:
-    explicit HardLink(const std::filesystem::path& file)
-        : path_(std::filesystem::path(stdString(NSTemporaryDirectory())) /
-                (stdString([NSUUID UUID].UUIDString) + ".upload")),
-          exists_(link(file.c_str(), path_.c_str()) == 0) {}
-    HardLink(const HardLink&) = delete;
-    HardLink& operator=(const HardLink&) = delete;
-    ~HardLink() {
-        if (exists_) {
-            unlink(path_.c_str());
-        }
-    }
-
-    bool exists() const { return exists_; }
-    const std::filesystem::path& path() const { return path_; }
-
-private:
-    std::filesystem::path path_;
-    bool exists_;
-};
-
 CancelAction resume(NSURLSessionTask* task) {
     [task resume];
     return [task] { [task cancel]; };
 }
 
+std::filesystem::path folderForLinks() {
+    return std::filesystem::path(stdString(NSTemporaryDirectory())) / "com.norvelant.cadora.mac.uploads";
+}
+
 } // namespace
+
+NSURLSessionURLSession::NSURLSessionURLSession(MainActor& mainActor)
+    : mainActor_(mainActor), links_(folderForLinks()) {}
 
 CancelAction NSURLSessionURLSession::data(URLRequest request, Completion<Answer> completion) {
     NSURLRequest* const prepared = nsRequest(request);
@@ -121,17 +107,16 @@ CancelAction NSURLSessionURLSession::upload(URLRequest request, std::filesystem:
         mainActor_.post([url = request.url, completion] { completion(failure<Answer>(notAURL(url))); });
         return nullptr;
     }
-    const auto kept = std::make_shared<HardLink>(fromFile);
+    const std::shared_ptr<UploadLink> kept = links_.link(fromFile);
     const Handler handler = completionHandler(&mainActor_, request.url, fromFile, completion);
     const Handler handlerWithFile = ^(NSData* data, NSURLResponse* response, NSError* error) {
       // The name goes when the session is done with this block.
       (void)kept;
       handler(data, response, error);
     };
-    return resume([[NSURLSession sharedSession]
-        uploadTaskWithRequest:prepared
-                     fromFile:fileURL(kept->exists() ? kept->path() : fromFile)
-            completionHandler:handlerWithFile]);
+    return resume([[NSURLSession sharedSession] uploadTaskWithRequest:prepared
+                                                             fromFile:fileURL(kept ? kept->path() : fromFile)
+                                                    completionHandler:handlerWithFile]);
 }
 
 } // namespace cadora

@@ -2,12 +2,28 @@
 
 #include "hosts/macos/FoundationText.h"
 
-#import <UserNotifications/UserNotifications.h>
+// Without one, the system shows nothing while the program is active, as it is after a sign-in from the menu.
+@interface CadoraNotificationDelegate : NSObject <UNUserNotificationCenterDelegate>
+@end
+
+@implementation CadoraNotificationDelegate
+
+- (void)userNotificationCenter:(UNUserNotificationCenter*)center
+       willPresentNotification:(UNNotification*)notification
+         withCompletionHandler:(void (^)(UNNotificationPresentationOptions))completionHandler {
+    completionHandler(UNNotificationPresentationOptionBanner | UNNotificationPresentationOptionList);
+}
+
+@end
 
 namespace cadora {
 
 static_assert(static_cast<unsigned>(UserNotificationCenter::sound) == UNAuthorizationOptionSound &&
               static_cast<unsigned>(UserNotificationCenter::alert) == UNAuthorizationOptionAlert);
+
+UserNotificationsCenter::UserNotificationsCenter() : delegate_([[CadoraNotificationDelegate alloc] init]) {
+    [UNUserNotificationCenter currentNotificationCenter].delegate = delegate_;
+}
 
 void UserNotificationsCenter::requestAuthorization(unsigned options) {
     [[UNUserNotificationCenter currentNotificationCenter]

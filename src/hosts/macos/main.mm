@@ -6,10 +6,10 @@
 #include "hosts/macos/DispatchClock.h"
 #include "hosts/macos/DispatchMainActor.h"
 #include "hosts/macos/FoundationFileManager.h"
-#include "hosts/macos/NSLogSystemLog.h"
 #include "hosts/macos/NSURLSessionURLSession.h"
 #include "hosts/macos/NSUserDefaultsUserDefaults.h"
 #include "hosts/macos/NSWorkspaceWorkspace.h"
+#include "hosts/macos/OSLogSystemLog.h"
 #include "hosts/macos/SecItemKeychain.h"
 #include "hosts/macos/SecRandomSource.h"
 #include "hosts/macos/SpawnProcessLauncher.h"
@@ -21,18 +21,22 @@
 
 // Hands the application's events to the core.
 @interface CadoraApplicationDelegate : NSObject <NSApplicationDelegate>
-// The delegate must outlive this object.
-- (instancetype)initWithDelegate:(cadora::AppDelegate*)delegate NS_DESIGNATED_INITIALIZER;
+// Both must outlive this object.
+- (instancetype)initWithDelegate:(cadora::AppDelegate*)delegate
+                      urlSession:(cadora::NSURLSessionURLSession*)urlSession NS_DESIGNATED_INITIALIZER;
 - (instancetype)init NS_UNAVAILABLE;
 @end
 
 @implementation CadoraApplicationDelegate {
     cadora::AppDelegate* _delegate;
+    cadora::NSURLSessionURLSession* _urlSession;
 }
 
-- (instancetype)initWithDelegate:(cadora::AppDelegate*)delegate {
+- (instancetype)initWithDelegate:(cadora::AppDelegate*)delegate
+                      urlSession:(cadora::NSURLSessionURLSession*)urlSession {
     if (self = [super init]) {
         _delegate = delegate;
+        _urlSession = urlSession;
     }
     return self;
 }
@@ -45,6 +49,16 @@
     return _delegate->applicationShouldHandleReopen(hasVisibleWindows);
 }
 
+// The program restores no state; the system wants to hear that it would do so securely.
+- (BOOL)applicationSupportsSecureRestorableState:(NSApplication*)application {
+    return YES;
+}
+
+// -terminate: ends the process without the ends of what main has made.
+- (void)applicationWillTerminate:(NSNotification*)notification {
+    _urlSession->removeTemporaryFiles();
+}
+
 @end
 
 int main() {
@@ -55,7 +69,7 @@ int main() {
         DispatchBackgroundExecutor background;
         FoundationFileManager fileManager;
         SecRandomSource random;
-        NSLogSystemLog systemLog;
+        OSLogSystemLog systemLog;
         NSUserDefaultsUserDefaults userDefaults;
         SecItemKeychain keychain;
         NSURLSessionURLSession urlSession(mainActor);
@@ -87,7 +101,7 @@ int main() {
         // The application refers to it weakly, and what is not used any more may otherwise go before its
         // scope.
         __attribute__((objc_precise_lifetime)) CadoraApplicationDelegate* const applicationDelegate =
-            [[CadoraApplicationDelegate alloc] initWithDelegate:&delegate];
+            [[CadoraApplicationDelegate alloc] initWithDelegate:&delegate urlSession:&urlSession];
         NSApplication* const sharedApplication = [NSApplication sharedApplication];
         sharedApplication.delegate = applicationDelegate;
         application.setActivationPolicy(Application::ActivationPolicy::accessory);

@@ -1,6 +1,6 @@
-// error: format string is not a string literal
-#import <Foundation/Foundation.h>
+// error: format specifies type
+#include <os/log.h>
 
-void log(NSString* line) {
-    NSLog(line);
+void show(int number) {
+    os_log(OS_LOG_DEFAULT, "%{public}s", number);
 }

@@ -19,13 +19,14 @@ typedef NS_ENUM(NSInteger, NSApplicationActivationPolicy) {
 };
 
 typedef NSInteger NSModalResponse;
-static const NSModalResponse NSModalResponseStop = -1000;
 static const NSModalResponse NSModalResponseAbort = -1001;
 
 @protocol NSApplicationDelegate <NSObject>
 @optional
 - (BOOL)applicationShouldHandleReopen:(NSApplication*)sender hasVisibleWindows:(BOOL)hasVisibleWindows;
 - (void)applicationDidFinishLaunching:(NSNotification*)notification;
+- (void)applicationWillTerminate:(NSNotification*)notification;
+- (BOOL)applicationSupportsSecureRestorableState:(NSApplication*)application SINCE(12.0);
 @end
 
 @interface NSResponder : NSObject
@@ -41,8 +42,10 @@ static const NSModalResponse NSModalResponseAbort = -1001;
 - (void)activateIgnoringOtherApps:(BOOL)ignoringOtherApps;
 - (void)run;
 - (void)terminate:(nullable id)sender;
-- (void)stopModalWithCode:(NSModalResponse)code;
+- (void)abortModal;
 @end
+
+CONSTANT(NSRunLoopMode, NSModalPanelRunLoopMode);
 
 FUNCTION void NSUpdateDynamicServices(void);
 

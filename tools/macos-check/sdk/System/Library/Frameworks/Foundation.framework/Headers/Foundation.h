@@ -195,9 +195,26 @@ typedef NS_ENUM(NSInteger, NSURLRelationship) {
 - (nullable NSDirectoryEnumerator<NSString*>*)enumeratorAtPath:(NSString*)path;
 - (BOOL)copyItemAtPath:(NSString*)from toPath:(NSString*)to error:(NSError**)error;
 - (BOOL)removeItemAtPath:(NSString*)path error:(NSError**)error;
+- (BOOL)startDownloadingUbiquitousItemAtURL:(NSURL*)url error:(NSError**)error SINCE(10.7);
 @end
 
 FUNCTION NSString* NSTemporaryDirectory(void);
+
+typedef NSString* NSRunLoopMode;
+
+// Processes
+
+// What the user has asked for, which the system must not fall asleep over when it is idle.
+typedef NS_OPTIONS(uint64_t, NSActivityOptions) {
+    NSActivityIdleSystemSleepDisabled = 1ULL << 20,
+    NSActivityUserInitiated = 0x00FFFFFFULL | NSActivityIdleSystemSleepDisabled,
+};
+
+@interface NSProcessInfo : NSObject
+@property(class, readonly, strong) NSProcessInfo* processInfo;
+- (id<NSObject>)beginActivityWithOptions:(NSActivityOptions)options reason:(NSString*)reason SINCE(10.9);
+- (void)endActivity:(id<NSObject>)activity SINCE(10.9);
+@end
 
 // Preferences
 
@@ -265,7 +282,5 @@ typedef NS_ENUM(NSUInteger, NSURLRequestCachePolicy) {
 @end
 
 // The log
-
-FUNCTION void NSLog(NSString* format, ...) NS_FORMAT_FUNCTION(1, 2);
 
 #pragma clang assume_nonnull end

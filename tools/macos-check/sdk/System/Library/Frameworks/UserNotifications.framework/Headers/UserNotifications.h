@@ -34,7 +34,30 @@ SINCE(10.14)
 @end
 
 SINCE(10.14)
+@interface UNNotification : NSObject <NSCopying>
+- (instancetype)init NS_UNAVAILABLE;
+@end
+
+typedef NS_OPTIONS(NSUInteger, UNNotificationPresentationOptions) {
+    UNNotificationPresentationOptionBadge = 1 << 0,
+    UNNotificationPresentationOptionSound = 1 << 1,
+    UNNotificationPresentationOptionList SINCE(11.0) = 1 << 3,
+    UNNotificationPresentationOptionBanner SINCE(11.0) = 1 << 4,
+};
+
+@class UNUserNotificationCenter;
+
+SINCE(10.14)
+@protocol UNUserNotificationCenterDelegate <NSObject>
+@optional
+- (void)userNotificationCenter:(UNUserNotificationCenter*)center
+       willPresentNotification:(UNNotification*)notification
+         withCompletionHandler:(void (^)(UNNotificationPresentationOptions options))completionHandler;
+@end
+
+SINCE(10.14)
 @interface UNUserNotificationCenter : NSObject
+@property(nullable, weak) id<UNUserNotificationCenterDelegate> delegate;
 + (UNUserNotificationCenter*)currentNotificationCenter;
 - (instancetype)init NS_UNAVAILABLE;
 - (void)requestAuthorizationWithOptions:(UNAuthorizationOptions)options

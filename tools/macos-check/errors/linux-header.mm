@@ -1,0 +1,2 @@
+// error: macOS has no <sys/epoll.h>
+#include <sys/epoll.h>

@@ -1,0 +1,6 @@
+// error: 'pipe2' is unavailable
+#include <unistd.h>
+
+int makePipe(int* ends) {
+    return pipe2(ends, 0);
+}

@@ -1,0 +1,6 @@
+// error: use of undeclared identifier 'POLLRDHUP'
+#include <poll.h>
+
+short peerGone() {
+    return POLLRDHUP;
+}
