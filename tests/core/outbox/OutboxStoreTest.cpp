@@ -5,6 +5,7 @@
 
 #include <doctest/doctest.h>
 
+#include <fstream>
 #include <limits>
 #include <set>
 
@@ -37,6 +38,15 @@ std::set<std::string> namesIn(const fs::path& folder) {
         names.insert(entry.path().filename().string());
     }
     return names;
+}
+
+// Some file systems have no names that are not UTF-8.
+bool takesName(const test::TemporaryDirectory& folder, const std::string& name) {
+    const fs::path probe = folder.path() / name;
+    const bool made = std::ofstream(probe).is_open();
+    std::error_code ignored;
+    fs::remove(probe, ignored);
+    return made;
 }
 
 using IDs = std::vector<std::string>;
@@ -182,19 +192,23 @@ TEST_CASE("odd file names are staged like any other") {
     TestPlatform platform;
     OutboxStore store;
     const std::string longest = std::string(251, 'x') + ".wav";
-    const std::pair<std::string, std::string> table[] = {
-        {"caf\xE9.wav", "caf\xEF\xBF\xBD.wav"},
+    std::vector<std::pair<std::string, std::string>> table = {
         {"two\nlines.wav", "two\nlines.wav"},
         {"e\xCC\x81tude.wav", "e\xCC\x81tude.wav"},
         {longest, longest},
     };
+    if (takesName(platform.home, "caf\xE9.wav")) {
+        table.emplace_back("caf\xE9.wav", "caf\xEF\xBF\xBD.wav");
+    } else {
+        MESSAGE("this file system has no names that are not UTF-8");
+    }
     for (const auto& [name, shown] : table) {
         CAPTURE(shown);
         const auto staged = store.stage(platform.home.file(name, name), "private");
         CHECK(staged.sourceFilename == shown);
         CHECK(readFile(store.root() / staged.shortID / "source.wav") == name);
     }
-    CHECK(store.load().size() == 4);
+    CHECK(store.load().size() == table.size());
 }
 
 TEST_CASE("an extension too long for the copy's name does not keep the file from being staged") {
@@ -209,6 +223,10 @@ TEST_CASE("an extension too long for the copy's name does not keep the file from
 TEST_CASE("an extension that is not valid UTF-8 stays on the copy byte for byte") {
     TestPlatform platform;
     OutboxStore store;
+    if (!takesName(platform.home, "song.w\xE4v")) {
+        MESSAGE("this file system has no names that are not UTF-8");
+        return;
+    }
     const auto staged = store.stage(platform.home.file("song.w\xE4v", "x"), "private");
     CHECK(namesIn(store.root() / staged.shortID) == std::set<std::string>{"source.w\xE4v"});
     CHECK(store.sourceURL(staged) == store.root() / staged.shortID / "source.w\xE4v");

@@ -95,9 +95,12 @@ TEST_CASE("an output of an earlier attempt is deleted before the new export begi
 TEST_CASE("an output that can't be deleted ends it with the file system's error, and nothing is exported") {
     TestPlatform platform;
     const Files files(platform);
-    // What the path names exists, but nothing below a file of the kernel's can be removed.
-    const auto outcome = await(platform.mainActor, Transcoder::toM4A(files.source, "/proc/self/status"));
-    CHECK(outcome.as<PlatformError>());
+    platform.home.file("recording.m4a", "earlier");
+    platform.fileManager.irremovable = files.output;
+    const auto outcome = await(platform.mainActor, Transcoder::toM4A(files.source, files.output));
+    REQUIRE(outcome.as<PlatformError>());
+    CHECK(outcome.as<PlatformError>()->code() == EPERM);
+    CHECK(test::readFile(files.output) == "earlier");
     CHECK(platform.mediaFramework.calls == Calls{"duration source.wav"});
 }
 
