@@ -24,6 +24,8 @@ foreach(kind PACKAGE INCLUDE LIBRARY)
   set(CMAKE_FIND_ROOT_PATH_MODE_${kind} ONLY)
 endforeach()
 set(CMAKE_FIND_PACKAGE_PREFER_CONFIG ON)
+# The package manager usual on a Mac installs no .pc file for what it builds with CMake.
+set(CMAKE_DISABLE_FIND_PACKAGE_PkgConfig ON)
 foreach(package nlohmann_json doctest OpenSSL Boost CURL)
   set(${package}_DIR "${CMAKE_CURRENT_LIST_DIR}/cmake")
 endforeach()
