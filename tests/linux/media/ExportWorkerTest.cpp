@@ -74,6 +74,19 @@ TEST_CASE("a sound file becomes an M4A file that can begin to play at once") {
     CHECK(studio.log.lines.empty());
 }
 
+TEST_CASE("a sound that fills the scale is turned down, and the log says by how much") {
+    Studio studio;
+    std::string bytes = waveFile(44100);
+    bytes.replace(44, 2, "\xff\x7f");
+    int calls = 0;
+    const auto session = studio.start(studio.directory.file("loud.wav", bytes), calls);
+    REQUIRE(studio.actor.runUntil([&] { return calls == 1; }));
+    CHECK(session->status() == AssetExportSession::completed);
+    CHECK(studio.log.lines ==
+          std::vector<std::string>{"[Cadora Helper] cadora-export: turned down by 0.4 dB, for a "
+                                   "peak of -0.0 dB"});
+}
+
 TEST_CASE("the duration of a sound file is exact; what isn't one has an error") {
     Studio studio;
     CHECK(std::get<double>(studio.duration(studio.directory.file("a.wav", waveFile(66150)))) == 1.5);

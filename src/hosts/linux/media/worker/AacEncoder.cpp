@@ -32,11 +32,6 @@ struct OptionsDeleter {
 
 } // namespace
 
-AacCoder coderFor(int rate) {
-    constexpr int lowestQuick = 32000;
-    return rate < lowestQuick ? AacCoder::thorough : AacCoder::quick;
-}
-
 AacEncoder::AacEncoder(const PcmFormat& format, AacCoder coder) : frame_(makeFrame()), packet_(makePacket()) {
     const AVCodec* codec = avcodec_find_encoder_by_name("aac");
     if (codec == nullptr) {

@@ -10,12 +10,8 @@
 namespace cadora {
 
 // How the encoder looks for the coarsest numbers that can't be heard. The quick way is better on nearly
-// everything that has a full spectrum and takes less than half of the time; on lone tones, and at low sample
-// rates, it is content too early.
+// everything and takes less than half of the time; with a lone tone that glides it is content too early.
 enum class AacCoder { quick, thorough };
-
-// The one to begin with at a sample rate in Hz.
-AacCoder coderFor(int rate);
 
 // One AAC-LC encoder at a constant bit rate: about 128 kb/s for mono, 256 kb/s for stereo. Its packets come
 // one frame late: packet n holds the transition from frame n-1 to frame n, before the first of which there

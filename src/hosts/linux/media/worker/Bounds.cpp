@@ -42,13 +42,13 @@ std::int64_t largestOutput(std::int64_t fileSize) {
     // The densest packing of a sound that isn't silence takes 750 bytes for a second, of which we make 32000.
     constexpr std::int64_t factor = 80;
     constexpr std::int64_t shortFile = 48 * mebibyte;
-    const auto longest = static_cast<std::int64_t>(longestSound) * 40000;
+    const auto longest = static_cast<std::int64_t>(longestSound) * 64000;
     return std::min(fileSize, longest / factor) * factor + shortFile;
 }
 
 std::int64_t outputSize(double seconds, std::int64_t fileSize) {
-    // The bit rate, and an index of eight bytes a packet.
-    constexpr double bytesPerSecond = 40000;
+    // Twice the usual bit rate, and an index of eight bytes a packet.
+    constexpr double bytesPerSecond = 64000;
     const auto bytes = static_cast<std::int64_t>(std::clamp(seconds, 0.0, longestSound) * bytesPerSecond);
     return std::min(4 * mebibyte + bytes, largestOutput(fileSize));
 }

@@ -218,7 +218,7 @@ int crewForThisMachine() {
 }
 
 std::int64_t encodeInSequence(PcmReader& reader, const PacketSink& sink) {
-    AacEncoder encoder(reader.format(), coderFor(reader.format().rate));
+    AacEncoder encoder(reader.format(), AacCoder::quick);
     const AacEncoder::Sink give = [&](const AVPacket& packet) {
         sink({packet.data, static_cast<std::size_t>(packet.size)});
     };

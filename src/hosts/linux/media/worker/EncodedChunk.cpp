@@ -54,11 +54,11 @@ std::optional<FrameWindow> sharedWindow(std::span<const std::uint8_t> packet, in
 
 std::unique_ptr<EncodedChunk> EncodedChunk::make(const PcmFormat& format, const PcmChunk& chunk) {
     // The quick coder that wants no more than this has only few tones to encode, and may have missed them.
-    constexpr double suspiciouslyLow = 77000;
-    const AacCoder coder = coderFor(format.rate);
-    auto encoded = std::make_unique<EncodedChunk>(format, chunk.firstFrame, coder);
+    // Bits per second and channel.
+    constexpr double suspiciouslyLow = 50000;
+    auto encoded = std::make_unique<EncodedChunk>(format, chunk.firstFrame, AacCoder::quick);
     encoded->encode(chunk);
-    if (coder == AacCoder::quick && encoded->bitRate() < suspiciouslyLow) {
+    if (encoded->bitRate() < suspiciouslyLow) {
         encoded = std::make_unique<EncodedChunk>(format, chunk.firstFrame, AacCoder::thorough);
         encoded->encode(chunk);
     }
