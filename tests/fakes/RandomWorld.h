@@ -10,9 +10,11 @@
 #include "fakes/Recorders.h"
 #include "platform/Platform.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <limits>
 #include <map>
 #include <memory>
 #include <queue>
@@ -33,6 +35,11 @@ public:
     public:
         ~Actor() override { destroyTasks(); }
         void post(std::function<void()> job) override { jobs.push_back(std::move(job)); }
+        // As when the program is killed.
+        void end() {
+            destroyTasks();
+            jobs.clear();
+        }
 
         std::deque<std::function<void()>> jobs;
     };
@@ -52,9 +59,12 @@ public:
         events_.push({now_ + delay, ++lastEvent_, std::move(event)});
     }
 
-    // Until nothing happens any more. False when that doesn't come to pass.
-    bool run(Actor& actor) {
+    // Until nothing happens any more, or the time has come. False when neither comes to pass.
+    bool run(Actor& actor, std::int64_t until = std::numeric_limits<std::int64_t>::max()) {
         for (int step = 0; step < 1'000'000; ++step) {
+            if (now_ >= until) {
+                return true;
+            }
             if (!events_.empty() && (actor.jobs.empty() || events_.top().time <= now_)) {
                 const auto event = events_.top();
                 events_.pop();

@@ -148,6 +148,13 @@ public:
         }
     }
 
+    // How often it said that something could not be sent.
+    long deniedPosts() const {
+        const auto notices = world.notificationCenter.texts();
+        return std::count_if(notices.begin(), notices.end(),
+                             [](const std::string& notice) { return notice.starts_with("Couldn’t"); });
+    }
+
     // Everything that is wrong about how it ended, in words; empty when nothing is.
     std::string problems(int passes) {
         std::string text;
@@ -295,6 +302,39 @@ TEST_CASE("signing out in the middle leaves no post in the outbox, and sends not
         }
     }
     CHECK(signedOutInTime > 100);
+}
+
+TEST_CASE("killed in the middle and started again, it makes each file one post and denies none") {
+    int cutShort = 0;
+    for (std::uint64_t seed = 1; seed <= 500; ++seed) {
+        CAPTURE(seed);
+        auto killed = std::make_unique<Send>(seed, Layer::rounds);
+        killed->send(4);
+        REQUIRE(killed->world.time.run(killed->world.actor, killed->world.time.upTo(200'000)));
+        killed->world.actor.end();
+        REQUIRE(killed->deniedPosts() == 0);
+        const auto files = std::move(killed->world.files);
+        const auto service = std::move(killed->world.service);
+        killed.reset();
+
+        Send next(seed, Layer::rounds);
+        next.world.files = files;
+        next.world.service = service;
+        cutShort += next.store->load().empty() ? 0 : 1;
+        next.queue->kick();
+        REQUIRE(next.world.time.run(next.world.actor));
+        REQUIRE(next.store->load().empty());
+        REQUIRE(next.deniedPosts() == 0);
+        REQUIRE(next.world.service.size() == 4);
+        for (const auto& [id, item] : next.world.service) {
+            REQUIRE(item.isPost);
+            // What was under way is done again, by the one pass of the start.
+            REQUIRE(item.presigned <= 2);
+            REQUIRE(item.put <= 2);
+            REQUIRE(item.synced <= 2);
+        }
+    }
+    CHECK(cutShort > 100);
 }
 
 TEST_CASE("the index is written once for each change of an item, however many passes write it") {
