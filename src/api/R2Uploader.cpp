@@ -2,6 +2,8 @@
 
 #include "api/UploadError.h"
 #include "base/ASCII.h"
+#include "base/Deployment.h"
+#include "base/Json.h"
 #include "platform/Platform.h"
 
 #include <exception>
@@ -29,6 +31,12 @@ bool isSetBySession(const std::string& header) {
     return name == "host" || name == "content-length";
 }
 
+// Where the service itself is asked over TLS, neither the recording nor the right to store it goes without.
+bool isUsable(const URL& url) {
+    return url.isHTTPAddress() &&
+           (url.scheme() == "https" || URL::constant(deployment::apiOrigin()).scheme() == "http");
+}
+
 URLRequest putRequest(const URL& url, const std::string& fileKey, const PresignResponse& presign) {
     URLRequest request{url};
     request.httpMethod = "PUT";
@@ -41,6 +49,9 @@ URLRequest putRequest(const URL& url, const std::string& fileKey, const PresignR
         if (!isSetBySession(name) && !values.empty()) {
             request.headers.setValue(values.front(), name);
         }
+    }
+    if (!request.headers.areSendable()) {
+        throw json::DecodingError("“headers." + fileKey + "” holds what HTTP can’t carry");
     }
     return request;
 }
@@ -55,7 +66,7 @@ Task<void> R2Uploader::put(std::string fileKey, std::filesystem::path fileURL, P
     const Platform& platform = Platform::current();
     const auto entry = presign.urls.find(fileKey);
     const auto url = entry == presign.urls.end() ? std::nullopt : URL::parse(entry->second);
-    if (!url) {
+    if (!url || !isUsable(*url)) {
         throw UploadError::missingURL(fileKey);
     }
     for (int attempt = 0;; ++attempt) {

@@ -12,7 +12,7 @@ json::Value parseObject(std::string_view bytes, const char* record) {
     return object;
 }
 
-template <class T> void setIfPresent(json::Value& object, const char* key, const std::optional<T>& value) {
+template <class T> void setIfPresent(json::Record& object, const char* key, const std::optional<T>& value) {
     if (value) {
         object[key] = *value;
     }
@@ -21,7 +21,7 @@ template <class T> void setIfPresent(json::Value& object, const char* key, const
 } // namespace
 
 std::string PresignRequest::encode() const {
-    json::Value object;
+    json::Record object;
     object["uuid"] = uuid;
     object["files"] = files;
     return json::write(object);
@@ -34,7 +34,7 @@ PresignRequest PresignRequest::decode(std::string_view bytes) {
 }
 
 std::string PresignResponse::encode() const {
-    json::Value object;
+    json::Record object;
     object["urls"] = urls;
     setIfPresent(object, "headers", headers);
     setIfPresent(object, "expires_in", expires_in);
@@ -49,7 +49,7 @@ PresignResponse PresignResponse::decode(std::string_view bytes) {
 }
 
 std::string SyncRequest::encode() const {
-    json::Value object;
+    json::Record object;
     object["uuid"] = uuid;
     setIfPresent(object, "body", body);
     object["visibility"] = visibility;
@@ -72,7 +72,7 @@ SyncRequest SyncRequest::decode(std::string_view bytes) {
 }
 
 std::string SyncResponse::encode() const {
-    json::Value object = json::Value::object();
+    json::Record object = json::Record::object();
     setIfPresent(object, "success", success);
     setIfPresent(object, "post_id", post_id);
     setIfPresent(object, "uuid", uuid);

@@ -86,7 +86,7 @@ public:
     }
 
     T await_resume() {
-        Result<T> result = std::move(*state_->result);
+        Result<T>& result = *state_->result;
         if (auto* error = std::get_if<std::exception_ptr>(&result)) {
             std::rethrow_exception(*error);
         }

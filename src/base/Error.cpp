@@ -46,7 +46,9 @@ std::string caseText(const char* name, const std::string& payload) {
     return std::string(name) + "(\"" + quoted + "\")";
 }
 
-std::string errorText(const std::exception_ptr& error) {
+namespace {
+
+std::string unboundedText(const std::exception_ptr& error) {
     try {
         std::rethrow_exception(error);
     } catch (const Error& known) {
@@ -56,6 +58,24 @@ std::string errorText(const std::exception_ptr& error) {
     } catch (...) {
         return "unknown error";
     }
+}
+
+bool continuesCharacter(char byte) {
+    return (static_cast<unsigned char>(byte) & 0xC0U) == 0x80U;
+}
+
+} // namespace
+
+std::string errorText(const std::exception_ptr& error) {
+    std::string text = unboundedText(error);
+    if (text.size() > longestErrorText) {
+        std::size_t end = longestErrorText;
+        while (end > 0 && continuesCharacter(text[end])) {
+            --end;
+        }
+        text.replace(end, std::string::npos, "…");
+    }
+    return text;
 }
 
 } // namespace cadora

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <exception>
 #include <string>
 
@@ -53,7 +54,11 @@ public:
 std::string caseText(const char* name, long long payload);
 std::string caseText(const char* name, const std::string& payload);
 
-// The textual form of any error that can be caught. A null pointer is a programming error.
+// In bytes. What a server or a file makes of an error is kept with its item and shown.
+inline constexpr std::size_t longestErrorText = 1000;
+
+// The textual form of any error that can be caught, cut off with an ellipsis where it is longer. A null
+// pointer is a programming error.
 std::string errorText(const std::exception_ptr& error);
 
 } // namespace cadora

@@ -9,6 +9,16 @@ namespace {
 
 // Up to here, 2^53, every integer is a real number of its own.
 constexpr double largestExactInteger = 9007199254740992.0;
+// 2^63, beyond all that an integer holds.
+constexpr double integersEnd = 9223372036854775808.0;
+
+template <class Json> std::string compactText(const Json& value) {
+    try {
+        return value.dump();
+    } catch (const nlohmann::json::exception&) {
+        throw EncodingError("a text in it is not UTF-8");
+    }
+}
 
 [[noreturn]] void wrongType(const std::string& path, const char* expected, const Value& value) {
     throw DecodingError("“" + path + "” must be " + expected + ", not " + value.type_name());
@@ -29,11 +39,11 @@ Value parse(std::string_view bytes) {
 }
 
 std::string write(const Value& value) {
-    try {
-        return value.dump();
-    } catch (const nlohmann::json::exception&) {
-        throw EncodingError("a text in it is not UTF-8");
-    }
+    return compactText(value);
+}
+
+std::string write(const Record& record) {
+    return compactText(record);
 }
 
 Value number(double value) {
@@ -73,8 +83,8 @@ void decode(const Value& value, const std::string& path, std::int64_t& out) {
         out = value.get<std::int64_t>();
     } else if (value.is_number_float()) {
         const auto real = value.get<double>();
-        if (std::trunc(real) != real || std::abs(real) > largestExactInteger) {
-            throw DecodingError("“" + path + "” is not an integer");
+        if (std::trunc(real) != real || std::abs(real) >= integersEnd) {
+            throw DecodingError("“" + path + "” is not an integer of 64 bits");
         }
         out = static_cast<std::int64_t>(real);
     } else {

@@ -17,7 +17,11 @@
 // Included by the sources that encode or decode, not by headers.
 namespace cadora::json {
 
-using Value = nlohmann::ordered_json;
+// What is read; a key is found by binary search, however many an answer has.
+using Value = nlohmann::json;
+// A record that is written, its keys in the order in which they were set. For the few keys of our own
+// records: each is searched for from the first.
+using Record = nlohmann::ordered_json;
 
 // The data is not JSON, or not of the expected form. Decoding is all or nothing: whoever catches this
 // has no partial value to use.
@@ -43,8 +47,9 @@ private:
 // The whole of `bytes` as one JSON value; trailing rubbish and invalid UTF-8 are errors.
 Value parse(std::string_view bytes);
 
-// Compact text, keys in the order they were set.
+// Compact text.
 std::string write(const Value& value);
+std::string write(const Record& record);
 
 // A finite number; an integral one is written without a fraction.
 Value number(double value);

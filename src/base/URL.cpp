@@ -56,8 +56,9 @@ std::string percentDecoded(std::string_view text) {
     return decoded;
 }
 
-// The three places of a URL that this program looks into.
+// The places of a URL that this program looks into.
 struct Components {
+    std::optional<std::string_view> userInformation;
     std::optional<std::string_view> authority;
     std::string_view path;
     std::optional<std::string_view> query;
@@ -78,6 +79,7 @@ Components split(std::string_view text) {
         const auto end = std::min(text.find('/'), text.size());
         auto authority = text.substr(0, end);
         if (const auto at = authority.rfind('@'); at != std::string_view::npos) {
+            parts.userInformation = authority.substr(0, at);
             authority.remove_prefix(at + 1);
         }
         parts.authority = authority;
@@ -85,6 +87,101 @@ Components split(std::string_view text) {
     }
     parts.path = text;
     return parts;
+}
+
+struct HostAndPort {
+    // With the brackets of an IPv6 address.
+    std::string_view host;
+    // Absent without a colon in front of it.
+    std::optional<std::string_view> port;
+};
+
+HostAndPort splitAuthority(std::string_view authority) {
+    const auto bracket = authority.find(']');
+    const auto colon = authority.find(':', bracket == std::string_view::npos ? 0 : bracket);
+    if (colon == std::string_view::npos) {
+        return {authority, std::nullopt};
+    }
+    return {authority.substr(0, colon), authority.substr(colon + 1)};
+}
+
+bool isNumber(std::string_view text) {
+    return std::all_of(text.begin(), text.end(), isDigit);
+}
+
+// Four numbers with dots between them.
+bool isIPv4Address(std::string_view text) {
+    int numbers = 0;
+    for (;; text.remove_prefix(text.find('.') + 1)) {
+        const auto number = text.substr(0, text.find('.'));
+        if (number.empty() || number.size() > 3 || !isNumber(number)) {
+            return false;
+        }
+        ++numbers;
+        if (number.size() == text.size()) {
+            return numbers == 4;
+        }
+    }
+}
+
+// How many groups of 16 bits a part of an IPv6 address has; absent when it isn't such a part.
+std::optional<int> groupCount(std::string_view text) {
+    int count = 0;
+    while (!text.empty()) {
+        const auto group = text.substr(0, text.find(':'));
+        const bool last = group.size() == text.size();
+        if (last && isIPv4Address(group)) {
+            return count + 2;
+        }
+        const bool hexadecimalGroup =
+            !group.empty() && group.size() <= 4 &&
+            std::all_of(group.begin(), group.end(), [](char c) { return hexadecimal(c) >= 0; });
+        if (!hexadecimalGroup || group.size() + 1 == text.size()) {
+            return std::nullopt;
+        }
+        ++count;
+        text.remove_prefix(last ? group.size() : group.size() + 1);
+    }
+    return count;
+}
+
+bool isIPv6Address(std::string_view text) {
+    constexpr int groups = 8;
+    const auto gap = text.find("::");
+    if (gap == std::string_view::npos) {
+        return groupCount(text) == groups;
+    }
+    const auto before = groupCount(text.substr(0, gap));
+    const auto after = groupCount(text.substr(gap + 2));
+    return before && after && *before + *after < groups;
+}
+
+bool isHost(std::string_view host) {
+    if (host.substr(0, 1) == "[") {
+        return host.back() == ']' && host.size() > 2 && isIPv6Address(host.substr(1, host.size() - 2));
+    }
+    return host.find_first_of("[]@") == std::string_view::npos;
+}
+
+bool isAuthority(const Components& parts) {
+    if (parts.userInformation.value_or("").find_first_of("[]@") != std::string_view::npos) {
+        return false;
+    }
+    const auto [host, port] = splitAuthority(parts.authority.value_or(""));
+    return isHost(host) && isNumber(port.value_or(""));
+}
+
+// A name that can be looked up, or an address.
+bool isReachableHost(std::string_view host) {
+    constexpr std::size_t longestName = 253;
+    const bool isName = std::all_of(host.begin(), host.end(), isUnreserved);
+    return !host.empty() && host.size() <= longestName && (isName || host.front() == '[');
+}
+
+bool isReachablePort(std::string_view port) {
+    constexpr int largest = 65535;
+    port.remove_prefix(std::min(port.find_first_not_of('0'), port.size()));
+    return !port.empty() && port.size() <= 5 && std::stoi(std::string(port)) <= largest;
 }
 
 } // namespace
@@ -104,6 +201,9 @@ std::optional<URL> URL::parse(std::string text) {
         } else if (!isUnreserved(text[i]) && reserved.find(text[i]) == std::string_view::npos) {
             return std::nullopt;
         }
+    }
+    if (!isAuthority(split(text))) {
+        return std::nullopt;
     }
     return URL(std::move(text));
 }
@@ -140,6 +240,13 @@ std::string URL::authority() const {
 
 std::string URL::origin() const {
     return scheme() + "://" + authority();
+}
+
+bool URL::isHTTPAddress() const {
+    const Components parts = split(text_);
+    const auto [host, port] = splitAuthority(parts.authority.value_or(""));
+    return (scheme() == "http" || scheme() == "https") && !parts.userInformation && isReachableHost(host) &&
+           (port.value_or("").empty() || isReachablePort(*port));
 }
 
 std::optional<std::filesystem::path> URL::filePath() const {

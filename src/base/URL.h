@@ -11,8 +11,9 @@ namespace cadora {
 // A well-formed URL or relative reference, kept exactly as it was written.
 class URL {
 public:
-    // Absent when the text is empty, holds a character that a URL can't, or a '%' without two hexadecimal
-    // digits after it. What the scheme means, or whether anybody answers there, is not judged.
+    // Absent when the text is empty, holds a character that a URL can't, a '%' without two hexadecimal digits
+    // after it, or a host or port that is none by its form. What the scheme means, or whether anybody answers
+    // there, is not judged.
     static std::optional<URL> parse(std::string text);
 
     // For fixed texts: one that doesn't parse is a programming error and ends the program.
@@ -31,6 +32,10 @@ public:
 
     // Scheme, host and port without anything behind them: what may be logged of a URL that carries a secret.
     std::string origin() const;
+
+    // Whether HTTP can be spoken there: http or https, a host's name or address, a port that exists, and no
+    // user information.
+    bool isHTTPAddress() const;
 
     bool isFileURL() const { return scheme() == "file"; }
 

@@ -18,8 +18,8 @@ constexpr std::array<std::pair<OutboxState, const char*>, 6> states{{
     {OutboxState::deferredAuth, "deferredAuth"},
 }};
 
-json::Value encode(const OutboxItem& item) {
-    json::Value object = json::Value::object();
+json::Record encode(const OutboxItem& item) {
+    json::Record object = json::Record::object();
     object["shortID"] = item.shortID;
     object["sourceFilename"] = item.sourceFilename;
     object["state"] = rawValue(item.state);
@@ -71,7 +71,7 @@ std::optional<OutboxState> outboxState(std::string_view rawValue) {
 }
 
 std::string encodeOutbox(const std::vector<OutboxItem>& items) {
-    json::Value array = json::Value::array();
+    json::Record array = json::Record::array();
     for (const OutboxItem& item : items) {
         array.push_back(encode(item));
     }

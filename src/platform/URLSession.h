@@ -9,6 +9,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -26,12 +27,21 @@ public:
     auto end() const { return fields_.end(); }
     std::size_t size() const { return fields_.size(); }
 
+    // Whether HTTP can carry them: names are tokens, values hold no character that ends a line, and together
+    // they are no longer than 512 KiB, which is far more than any server reads.
+    bool areSendable() const;
+
     // In the same order and spelling.
     friend bool operator==(const HTTPHeaderFields&, const HTTPHeaderFields&) = default;
 
 private:
     std::vector<std::pair<std::string, std::string>> fields_;
+    // Where each stands, by its name in lower case.
+    std::unordered_map<std::string, std::size_t> positions_;
 };
+
+// What HTTP takes for a method or for the name of a field.
+bool isHTTPToken(std::string_view text);
 
 struct URLRequest {
     URL url;

@@ -43,6 +43,37 @@ TEST_CASE("the presign call is a POST of JSON below the API's origin, with the c
     CHECK(request.httpBody == R"({"uuid":"k3x9q0ab","files":["audio"]})");
 }
 
+TEST_CASE("writing the presign request, signing it and reading its answer are done off the main thread") {
+    for (const char* body : {R"({"urls":{}})", "{}"}) {
+        TestPlatform platform;
+        platform.background.holdsJobs = true;
+        platform.urlSession.answer(path, 200, body);
+        const std::vector<std::string> files{"audio"};
+        const auto awaited = test::start(platform.mainActor, PresignClient::presign("k3x9q0ab", files));
+        for (int job = 0; job < 3; ++job) {
+            platform.mainActor.runUntilIdle();
+            CHECK(platform.urlSession.sent.size() == (job == 2 ? 1 : 0));
+            CHECK_FALSE(awaited.outcome->ended());
+            REQUIRE(platform.background.runHeld() == 1);
+            CHECK_FALSE(awaited.outcome->ended());
+        }
+        platform.mainActor.runUntilIdle();
+        CHECK(awaited.outcome->ended());
+    }
+}
+
+TEST_CASE("a request that can't be written as JSON isn't noticed on the main thread either") {
+    TestPlatform platform;
+    platform.background.holdsJobs = true;
+    const std::vector<std::string> files{"\xFF"};
+    const auto awaited = test::start(platform.mainActor, PresignClient::presign("u", files));
+    platform.mainActor.runUntilIdle();
+    CHECK_FALSE(awaited.outcome->ended());
+    CHECK(platform.background.runHeld() == 1);
+    platform.mainActor.runUntilIdle();
+    CHECK(awaited.outcome->as<json::EncodingError>());
+}
+
 TEST_CASE("a 200 without urls fails as what it is: no such record") {
     TestPlatform platform;
     platform.urlSession.answer(path, 200, "{}");

@@ -24,6 +24,20 @@ TEST_CASE("a case's text payload stands in double quotes, with what would end th
     CHECK(caseText("http", -1) == "http(-1)");
 }
 
+TEST_CASE("an error's text has a bounded length, and ends between two characters") {
+    const auto textOf = [](const std::string& message) {
+        return errorText(std::make_exception_ptr(PlatformError("x", 1, message)));
+    };
+    CHECK(textOf(std::string(1000, 'x')) == std::string(1000, 'x'));
+    CHECK(textOf(std::string(100'000, 'x')) == std::string(1000, 'x') + "…");
+    std::string accents;
+    for (int i = 0; i < 1000; ++i) {
+        accents += "é";
+    }
+    CHECK(textOf("x" + accents) == "x" + accents.substr(0, 998) + "…");
+    CHECK(textOf("xx" + accents) == "xx" + accents.substr(0, 998) + "…");
+}
+
 TEST_CASE("anything that can be caught has a text") {
     CHECK(errorText(std::make_exception_ptr(PlatformError("x", 1, "words"))) == "words");
     CHECK(errorText(std::make_exception_ptr(std::runtime_error("library"))) == "library");

@@ -58,6 +58,32 @@ TEST_CASE("an integer refuses a fraction, a Boolean and a string, and takes an i
     CHECK(integer("1e3") == 1000);
 }
 
+TEST_CASE("an integral number is an integer, however it is written, as far as 64 bits go") {
+    CHECK(integer("1e18") == 1'000'000'000'000'000'000);
+    CHECK(integer("9007199254740994.0") == 9'007'199'254'740'994);
+    CHECK(integer("-9.223372036854774784e18") == -9'223'372'036'854'774'784);
+    CHECK_THROWS_AS(integer("9223372036854775808.0"), json::DecodingError);
+    CHECK_THROWS_AS(integer("1e19"), json::DecodingError);
+    CHECK_THROWS_AS(integer("-1e19"), json::DecodingError);
+    CHECK_THROWS_AS(integer("4503599627370495.5"), json::DecodingError);
+}
+
+TEST_CASE("a key that comes twice has the value that came last") {
+    CHECK(json::required<std::string>(json::parse(R"({"k":"first","l":1,"k":"last"})"), "k") == "last");
+}
+
+TEST_CASE("an object with very many keys is read as quickly as its length allows" * doctest::timeout(60)) {
+    constexpr int count = 400'000;
+    std::string text = "{";
+    for (int i = 0; i < count; ++i) {
+        text += "\"key " + std::to_string(i) + "\":\"\",";
+    }
+    text += R"("last":"here"})";
+    const json::Value object = json::parse(text);
+    CHECK(object.size() == count + 1);
+    CHECK(json::required<std::string>(object, "last") == "here");
+}
+
 TEST_CASE("a Boolean refuses a number and a number refuses a Boolean") {
     CHECK_THROWS_AS(json::required<bool>(json::parse(R"({"b":1})"), "b"), json::DecodingError);
     CHECK_THROWS_AS(json::required<double>(json::parse(R"({"d":true})"), "d"), json::DecodingError);

@@ -16,6 +16,58 @@ TEST_CASE("a text is a URL when it holds only what a URL can hold") {
     CHECK_FALSE(URL::parse("https://a/\"x\""));
 }
 
+TEST_CASE("a text whose host or port is none is no URL") {
+    for (const char* text :
+         {"https://h:abc/", "https://h:8x", "https://[/", "https://[::1", "https://::1]/", "http://a]b/",
+          "http://a[b/", "http://[::1]x/", "http://[]/", "http://[:]/", "http://[1:2:3]/", "http://[::1::]/",
+          "http://[12345::]/", "http://[1:2:3:4:5:6:7:8:9]/", "http://[g::]/", "https://a:1:2/",
+          "https://a@b@c/", "https://[a@b/"}) {
+        CAPTURE(std::string(text));
+        CHECK_FALSE(URL::parse(text));
+    }
+    for (const char* text :
+         {"https://h:/", "https://h:443", "https://[::1]:8080/x", "https://[2001:DB8::1]", "https://[::]/",
+          "https://[1:2:3:4:5:6:7:8]/", "https://[::ffff:127.0.0.1]/", "https://u:p@h/",
+          "cadora://callback?a=[]", "file:///a", "relative:path", "/a:b/c", "https://h/a[1]"}) {
+        CAPTURE(std::string(text));
+        CHECK(URL::parse(text));
+    }
+}
+
+TEST_CASE("HTTP is spoken where there is a host, a port that exists, and nobody's name") {
+    for (const char* text : {"https://h/", "HTTP://h:80", "https://h:65535/", "https://[::1]:1/",
+                             "http://127.0.0.1:8080/x", "https://a-b.c_d.example?x", "https://h:/"}) {
+        CAPTURE(std::string(text));
+        CHECK(URL::constant(text).isHTTPAddress());
+    }
+    for (const char* text : {"/x",
+                             "//h/x",
+                             "h",
+                             "ftp://h/",
+                             "file:///x",
+                             "cadora://callback",
+                             "mailto:a@b",
+                             "https:h",
+                             "https:/h",
+                             "https:///x",
+                             "https://",
+                             "https://?x",
+                             "https://:80/",
+                             "https://h:0/",
+                             "https://h:65536/",
+                             "https://h:99999999999999999999/",
+                             "https://u@h/",
+                             "https://u:p@h/",
+                             "https://@h/",
+                             "https://a%20b/",
+                             "https://a,b/"}) {
+        CAPTURE(std::string(text));
+        CHECK_FALSE(URL::constant(text).isHTTPAddress());
+    }
+    CHECK(URL::constant("https://" + std::string(253, 'a') + "/").isHTTPAddress());
+    CHECK_FALSE(URL::constant("https://" + std::string(254, 'a') + "/").isHTTPAddress());
+}
+
 TEST_CASE("a URL is kept as it was written, its scheme read in lower case") {
     const auto url = URL::parse("HTTPS://Host.Example:8443/a?b#c");
     CHECK(url->text() == "HTTPS://Host.Example:8443/a?b#c");

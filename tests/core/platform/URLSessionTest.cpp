@@ -14,3 +14,27 @@ TEST_CASE("a header replaces one of the same name, whatever its letter case, and
     CHECK(headers.begin()->first == "content-type");
     CHECK_FALSE(headers.value("Accept"));
 }
+
+TEST_CASE("very many header fields are set as quickly as their number allows" * doctest::timeout(60)) {
+    constexpr int count = 200'000;
+    HTTPHeaderFields headers;
+    for (const char* letter : {"X", "x"}) {
+        for (int i = 0; i < count; ++i) {
+            headers.setValue(std::to_string(i), letter + std::string("-") + std::to_string(i));
+        }
+    }
+    CHECK(headers.size() == count);
+    CHECK(headers.begin()->first == "x-0");
+    CHECK(headers.value("X-199999") == "199999");
+}
+
+TEST_CASE("a copy of header fields is a list of its own") {
+    HTTPHeaderFields headers;
+    headers.setValue("1", "A");
+    HTTPHeaderFields copy = headers;
+    headers.setValue("2", "a");
+    copy.setValue("3", "B");
+    CHECK(headers.size() == 1);
+    CHECK(copy.value("a") == "1");
+    CHECK(copy.value("b") == "3");
+}

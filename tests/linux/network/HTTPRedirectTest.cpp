@@ -55,6 +55,8 @@ TEST_CASE("relative URLs, other schemes and URLs with a user name have no origin
         CAPTURE(std::string(url));
         CHECK(!HTTPOrigin::of(url));
     }
+    CHECK(HTTPOrigin::of("http://" + std::string(253, 'x') + "/"));
+    CHECK(!HTTPOrigin::of("http://" + std::string(254, 'x') + "/"));
 }
 
 TEST_CASE("the machine itself has several names") {

@@ -20,21 +20,6 @@ constexpr long expectContinueMilliseconds = 250;
 // How many times per interval progress is looked for, which is how exact a time-out is.
 constexpr int looksPerInterval = 10;
 
-bool isToken(std::string_view text) {
-    constexpr std::string_view marks = "!#$%&'*+-.^_`|~";
-    return !text.empty() && std::all_of(text.begin(), text.end(), [&](char c) {
-        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') ||
-               marks.find(c) != std::string_view::npos;
-    });
-}
-
-bool isFieldValue(std::string_view text) {
-    return std::all_of(text.begin(), text.end(), [](char c) {
-        const auto byte = static_cast<unsigned char>(c);
-        return byte == '\t' || (byte >= 0x20 && byte != 0x7F);
-    });
-}
-
 // Fields that describe the connection or the framing of the body. They follow from the request itself; a
 // second opinion about them would only contradict it.
 bool belongsToSession(std::string_view field) {
@@ -78,17 +63,15 @@ CurlTransfer::CurlTransfer(URLRequest request, std::unique_ptr<UploadFile> file,
     }
     request_.origin = *origin;
     context_.origin = *origin;
-    if (!isToken(request_.method)) {
+    if (!isHTTPToken(request_.method)) {
         throw PlatformError(urlSessionErrorDomain, CURLE_BAD_FUNCTION_ARGUMENT,
                             "Couldn’t send the request to " + context_.origin.authority() +
                                 ": unusable HTTP method");
     }
-    for (const auto& [name, value] : request_.headers) {
-        if (!isToken(name) || !isFieldValue(value)) {
-            throw PlatformError(urlSessionErrorDomain, CURLE_BAD_FUNCTION_ARGUMENT,
-                                "Couldn’t send the request to " + context_.origin.authority() +
-                                    ": a header field holds a character that HTTP can’t carry");
-        }
+    if (!request_.headers.areSendable()) {
+        throw PlatformError(urlSessionErrorDomain, CURLE_BAD_FUNCTION_ARGUMENT,
+                            "Couldn’t send the request to " + context_.origin.authority() +
+                                ": its header fields hold what HTTP can’t carry");
     }
 }
 
@@ -195,14 +178,18 @@ void CurlTransfer::setBody() {
 
 void CurlTransfer::setHeaders() {
     headers_.reset();
-    const auto append = [this](const std::string& line) {
-        curl_slist* longer = curl_slist_append(headers_.get(), line.c_str());
-        if (longer == nullptr) {
+    // Appending to the last element saves libcurl the way there.
+    curl_slist* last = nullptr;
+    const auto append = [this, &last](const std::string& line) {
+        curl_slist* const appended = curl_slist_append(last, line.c_str());
+        if (appended == nullptr) {
             throw std::bad_alloc();
         }
-        // The list is the same, but for its first element, which changes from none to one.
-        if (headers_.get() != longer) {
-            headers_.reset(longer);
+        if (last == nullptr) {
+            headers_.reset(appended);
+            last = appended;
+        } else {
+            last = last->next;
         }
     };
     for (const auto& [name, value] : request_.headers) {

@@ -40,7 +40,8 @@ std::optional<HTTPOrigin> HTTPOrigin::of(const std::string& url) {
     const std::string scheme = lowercased(part(parsed.get(), CURLUPART_SCHEME).value_or(""));
     std::string host = lowercased(part(parsed.get(), CURLUPART_HOST).value_or(""));
     const auto port = part(parsed.get(), CURLUPART_PORT, CURLU_DEFAULT_PORT);
-    if ((scheme != "http" && scheme != "https") || host.empty() || !port ||
+    constexpr std::size_t longestName = 253;
+    if ((scheme != "http" && scheme != "https") || host.empty() || host.size() > longestName || !port ||
         part(parsed.get(), CURLUPART_USER) || part(parsed.get(), CURLUPART_PASSWORD)) {
         return std::nullopt;
     }
