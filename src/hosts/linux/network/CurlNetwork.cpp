@@ -1,6 +1,10 @@
 #include "hosts/linux/network/CurlNetwork.h"
 
+#include "hosts/linux/system/WipedMemory.h"
+
 #include <algorithm>
+#include <cstdlib>
+#include <cstring>
 #include <limits>
 #include <new>
 #include <utility>
@@ -78,7 +82,9 @@ void CurlNetwork::remove(TransferID id) {
 
 // A previous thread has taken its last look at the orders, so that waiting for it is short.
 void CurlNetwork::start() {
-    static const CURLcode initialized = curl_global_init(CURL_GLOBAL_DEFAULT);
+    // libcurl copies the fields of each request.
+    static const CURLcode initialized = curl_global_init_mem(CURL_GLOBAL_DEFAULT, std::malloc, releaseWiped,
+                                                             reallocateWiped, ::strdup, std::calloc);
     if (thread_.joinable()) {
         thread_.join();
     }

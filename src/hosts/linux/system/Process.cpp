@@ -1,8 +1,10 @@
 #include "hosts/linux/system/Process.h"
 
 #include <csignal>
+#include <cstdlib>
 
 #include <fcntl.h>
+#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -28,9 +30,22 @@ void raiseDescriptorLimit() {
     }
 }
 
+// The program's memory holds its user's token while a request is made. Neither another program of the user's
+// nor a core dump is given it.
+void keepMemoryPrivate() {
+    prctl(PR_SET_DUMPABLE, 0);
+}
+
+// TLS libraries write the keys of each connection into the file that it names.
+void keepKeysPrivate() {
+    ::unsetenv("SSLKEYLOGFILE");
+}
+
 } // namespace
 
 void prepareProcess() {
+    keepMemoryPrivate();
+    keepKeysPrivate();
     fillStandardDescriptors();
     raiseDescriptorLimit();
     std::signal(SIGPIPE, SIG_IGN);
