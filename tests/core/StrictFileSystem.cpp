@@ -8,6 +8,7 @@
 
 #include <dlfcn.h>
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <sys/types.h>
 
 // The library's own headers declare these with what they promise of their arguments.
@@ -82,6 +83,10 @@ FILE* fopen(const char* path, const char* mode) {
 
 FILE* fopen64(const char* path, const char* mode) {
     return refuses(path) ? nullptr : next<FILE*(const char*, const char*)>("fopen64")(path, mode);
+}
+
+int stat(const char* path, struct stat* status) {
+    return refuses(path) ? -1 : next<int(const char*, struct stat*)>("stat")(path, status);
 }
 
 int access(const char* path, int mode) {
