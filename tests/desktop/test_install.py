@@ -456,6 +456,10 @@ class PackageTest(FreshHome):
         service = tree / f"usr/share/dbus-1/services/{BUS_NAME}.service"
         self.assertIn("\nExec=/usr/lib/cadora-helper/bin/cadora-helper --service\n", service.read_text())
         self.assertTrue((tree / "usr/share/icons/hicolor/symbolic/apps/cadora-helper-symbolic.svg").exists())
+        self.assertIn("usage: cadora-send FILE-OR-URI...", self.succeed(tree / "usr/bin/cadora-send", "--help"))
+        for names in self.succeed("dpkg-deb", "--field", package, "Recommends").split(","):
+            for name in names.split("|"):
+                self.assertNotEqual(self.succeed("apt-cache", "showpkg", name.strip()), "", name)
         depends = self.succeed("dpkg-deb", "--field", package, "Depends")
         for library in ("libqt6core6", "libavformat59", "libcurl4"):
             self.assertIn(library, depends)

@@ -21,6 +21,7 @@ from gi.repository import Atspi, GLib  # noqa: E402
 ROOT = pathlib.Path(__file__).resolve().parent.parent.parent
 sys.path.insert(0, str(ROOT / "tools"))
 
+from desktop import has_owner, read_property  # noqa: E402
 from road import BUS_NAME, Helper, Outbox, end, session_folder, wait_for  # noqa: E402
 
 BUILD = pathlib.Path(os.environ["CADORA_BUILD"])
@@ -28,6 +29,15 @@ NOBODY = "http://127.0.0.1:9"
 TIMEOUT = 60  # seconds
 EXIT_REFUSED = 1
 EXIT_UNAVAILABLE = 69
+
+
+def shown_notifications():
+    """How many the notification server shows or has shown."""
+    name, interface = "org.freedesktop.Notifications", "org.dunstproject.cmd0"
+    return sum(
+        read_property(name, "/org/freedesktop/Notifications", interface, f"{key}Length")
+        for key in ("displayed", "waiting", "history")
+    )
 
 
 class SendTest(unittest.TestCase):
@@ -192,6 +202,24 @@ class SendTest(unittest.TestCase):
                 self.send(*arguments), (EXIT_REFUSED, "cadora-send: No file to send to Cadora.\n")
             )
         self.assertEqual(self.outbox.items(), [])
+
+    def test_it_says_how_it_is_used_and_sends_nothing(self):
+        done = subprocess.run([self.bin / "cadora-send", "--help"], capture_output=True, text=True, timeout=TIMEOUT, check=True)
+        self.assertTrue(done.stdout.startswith("usage: cadora-send FILE-OR-URI..."))
+        self.assertFalse(has_owner(BUS_NAME))
+
+    def test_where_the_promised_display_is_gone_a_refusal_comes_as_a_notification(self):
+        self.start_helper()
+        before = shown_notifications()
+        for variables in ({"display": ":987"}, {"WAYLAND_DISPLAY": "gone"}):
+            self.assertEqual(self.send(**variables), (EXIT_REFUSED, "cadora-send: No file to send to Cadora.\n"))
+        wait_for(lambda: shown_notifications() == before + 2, "the notifications", TIMEOUT)
+
+    def test_a_helper_whose_promised_display_is_gone_says_so_once(self):
+        before = shown_notifications()
+        self.assertEqual(self.send(self.file("a.wav"), display=":987"), (0, ""))
+        self.wait_for_staged(["a.wav"])
+        wait_for(lambda: shown_notifications() > before, "the notification", TIMEOUT)
 
     def find(self, role, name, process):
         """What a screen reader finds in the dialogs of the program that the process started."""

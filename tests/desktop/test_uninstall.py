@@ -147,6 +147,7 @@ class UninstallTest(unittest.TestCase):
         self.assertNoTraceIsLeft()
         self.assertTrue((TRASH / "files/cadora-helper/bin/cadora-helper").exists())
         self.assertEqual([path.name for path in (TRASH / "files").iterdir()], ["cadora-helper"])
+        wait_for(lambda: not (HOME / ".local/lib").exists(), "the folder of programs to go")
 
     def test_a_package_for_all_users_stays_and_nothing_else_does(self):
         # Nothing can be moved to the Trash from there, as from where only root can write.
@@ -169,7 +170,8 @@ class UninstallTest(unittest.TestCase):
         self.assertFalse(TRASH.exists())
 
     def test_where_it_was_built_only_the_program_goes(self):
-        folder = session_folder() / "build"
+        # As a clone may be called, too.
+        folder = session_folder() / "cadora-helper"
         (folder / "bin").mkdir(parents=True)
         (folder / "bin/other").touch()
         program = folder / "bin/helper"

@@ -7,6 +7,7 @@
 #include <QDBusError>
 #include <QString>
 
+#include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -40,12 +41,20 @@ public:
 
     void stop() { daemon_.reset(); }
 
+    // A service that the bus would start by that program.
+    void addService(const std::string& name, const std::string& program) {
+        folder_.file("services/" + name + ".service",
+                     "[D-BUS Service]\nName=" + name + "\nExec=" + program + "\n");
+    }
+
 private:
     void start() {
+        std::filesystem::create_directory(folder_.path() / "services");
         const auto configuration = folder_.file(
             "bus.conf",
             "<busconfig><type>session</type><listen>unix:path=" + (folder_.path() / "bus").string() +
-                "</listen><auth>EXTERNAL</auth><policy context=\"default\">"
+                "</listen><servicedir>" + (folder_.path() / "services").string() +
+                "</servicedir><auth>EXTERNAL</auth><policy context=\"default\">"
                 "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
                 "<allow own=\"*\"/></policy></busconfig>");
         daemon_ = std::make_unique<ChildProcess>(ChildProcess::Setup{

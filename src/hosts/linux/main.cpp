@@ -47,6 +47,11 @@ void report(const std::string& problem) {
     StderrSystemLog().log("[Cadora Helper] " + problem);
 }
 
+// Empty where windows can be shown, or where nobody could expect any.
+std::string whyNothingIsShown() {
+    return canShowWindows() ? std::string() : whyDisplayIsAbsent();
+}
+
 // Runs the helper until the desktop ends. The name on the bus is ours already.
 int serve(DBusApplication& services, StderrSystemLog& systemLog, const Start& start,
           const Activation& activation) {
@@ -91,6 +96,10 @@ int serve(DBusApplication& services, StderrSystemLog& systemLog, const Start& st
         report("the session bus is gone");
         QCoreApplication::exit(EX_UNAVAILABLE);
     });
+    if (const std::string reason = whyNothingIsShown(); !reason.empty()) {
+        report(reason);
+        notificationCenter.add({"display", "Cadora Helper can’t show its windows", reason});
+    }
     // Before the event loop: a request may have come with the name already, and the loop brings it in.
     AppDelegate delegate;
     services.setReopenHandler(
@@ -107,6 +116,7 @@ int serve(DBusApplication& services, StderrSystemLog& systemLog, const Start& st
     }
     const int status = QCoreApplication::exec();
     mainActor.endTasks();
+    program_files::removeEmptyLibrary(desktop.application->bundlePath());
     return status;
 }
 

@@ -66,4 +66,16 @@ Display findDisplay() {
     return present ? Display::present : Display::absent;
 }
 
+std::string whyDisplayIsAbsent() {
+    const std::string wayland = environmentVariable("WAYLAND_DISPLAY");
+    const std::string x11 = environmentVariable("DISPLAY");
+    if (waylandCompositorAnswers()) {
+        return "The package qt6-wayland is missing, without which no window can be shown on this desktop.";
+    }
+    if (wayland.empty() && x11.empty()) {
+        return {};
+    }
+    return "Nobody answers at the display “" + (wayland.empty() ? x11 : wayland) + "”.";
+}
+
 } // namespace cadora

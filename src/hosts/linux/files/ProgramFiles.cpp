@@ -3,6 +3,8 @@
 #include <QCoreApplication>
 #include <QStandardPaths>
 
+#include <system_error>
+
 namespace cadora::program_files {
 
 namespace {
@@ -27,7 +29,23 @@ std::filesystem::path exportWorker() {
 
 std::filesystem::path bundle() {
     std::filesystem::path installation = folder().parent_path();
-    return installation.filename() == "cadora-helper" ? installation : helper();
+    std::error_code error;
+    const bool isUsers = std::filesystem::is_regular_file(
+        installation / "share/registration/com.norvelant.cadora.mac.desktop", error);
+    const std::filesystem::path library = installation.parent_path();
+    const bool isForAllUsers = installation.filename() == "cadora-helper" && library.filename() == "lib" &&
+                               library.parent_path().filename() == "usr";
+    return isUsers || isForAllUsers ? installation : helper();
+}
+
+void removeEmptyLibrary(const std::filesystem::path& bundle) {
+    const std::filesystem::path library = bundle.parent_path();
+    std::error_code error;
+    if (library.filename() == "lib" && library.parent_path().filename() == ".local" &&
+        !std::filesystem::exists(bundle, error)) {
+        // Fails where it holds anything.
+        std::filesystem::remove(library, error);
+    }
 }
 
 std::filesystem::path defaults() {

@@ -9,8 +9,13 @@ std::filesystem::path helper();
 std::filesystem::path sender();
 std::filesystem::path exportWorker();
 
-// What goes to the Trash: the folder of an installation, but of a build folder no more than the program.
+// What goes to the Trash: the folder of an installation, but of any other folder no more than the program,
+// whatever that folder is called.
 std::filesystem::path bundle();
+
+// Removes the folder in which a user's installation stood, once that has gone and where nothing else is in
+// it.
+void removeEmptyLibrary(const std::filesystem::path& bundle);
 
 // What the program remembers.
 std::filesystem::path defaults();

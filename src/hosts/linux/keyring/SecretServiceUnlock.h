@@ -7,8 +7,11 @@
 #include <QDBusObjectPath>
 #include <QDBusPendingCall>
 #include <QDBusPendingCallWatcher>
+#include <QDBusServiceWatcher>
 #include <QDBusVariant>
 #include <QObject>
+#include <QStringList>
+#include <QTimer>
 
 #include <functional>
 #include <memory>
@@ -16,8 +19,9 @@
 
 namespace cadora {
 
-// One way through the Secret Service's questions: unlock the default collection, or make one where there is
-// none. Every call is asynchronous, so that a question may stay open for as long as the user likes.
+// One way through the Secret Service's questions: have Plasma's wallet begin to serve it where nobody does,
+// unlock the default collection, or make one where there is none, and see whether what is stored could reach
+// it. Every call is asynchronous, so that a question may stay open for as long as the user likes.
 class SecretServiceQuestion : public QObject {
     Q_OBJECT
 
@@ -30,6 +34,10 @@ private Q_SLOTS:
     void completed(bool dismissed, const QDBusVariant& result);
 
 private:
+    void readDefault();
+    void startWallet(const QStringList& names);
+    void waitForService();
+    void openSession();
     void unlock(const QDBusObjectPath& collection);
     void makeCollection();
     void show(const QDBusObjectPath& prompt);
@@ -39,6 +47,8 @@ private:
     QDBusConnection bus_;
     std::string parentWindow_;
     KeyringUnlock::Handler handler_;
+    QDBusServiceWatcher watcher_;
+    QTimer patience_;
 };
 
 class SecretServiceUnlock : public KeyringUnlock {

@@ -1,8 +1,8 @@
-// cadora-send [FILE-OR-URI...]: what the file managers' "Send to Cadora" entries run. Hands all files to the
-// helper in one message and starts the helper when it isn't running. Without arguments the files are those
-// that Nautilus names in the environment. Exits with 0 when the helper took them, with 1 when it refused them
-// and with 69 when it can't be reached; what went wrong is on the standard error and, where a display is, in
-// a dialog.
+// cadora-send [FILE-OR-URI...]: what scripts send with, and what the file managers' "Send to Cadora" entries
+// run. Hands all files to the helper in one message and starts the helper when it isn't running. Without
+// arguments the files are those that Nautilus names in the environment. Exits with 0 when the helper took
+// them, with 1 when it refused them and with 69 when it can't be reached; what went wrong is on the standard
+// error and, where a display is, in a dialog.
 
 #include "hosts/linux/bus/DBusNames.h"
 #include "hosts/linux/bus/SessionBus.h"
@@ -33,6 +33,17 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr const char* usage = "usage: cadora-send FILE-OR-URI...\n"
+                              "\n"
+                              "Sends the files to your Cadora feed in one request, as “Send to Cadora” does "
+                              "in a file manager, and starts\n"
+                              "Cadora Helper when it isn't running. Ends once the helper has taken the "
+                              "request, not when the files are posted.\n"
+                              "A file whose name begins with “-” is given as ./-name.\n"
+                              "\n"
+                              "Exit status: 0 when the files were taken, 1 when they were refused, 69 when "
+                              "the helper can't be reached.\n";
+
 constexpr int exitRefused = 1;
 constexpr int exitUnavailable = 69; // EX_UNAVAILABLE of sysexits.h
 
@@ -41,7 +52,7 @@ constexpr std::chrono::milliseconds answerPatience = std::chrono::minutes(2);
 constexpr std::chrono::seconds startPatience(30);
 
 struct Answer {
-    enum class Kind { taken, refused, nobodyThere, failed };
+    enum class Kind { taken, waiting, refused, nobodyThere, failed };
 
     Kind kind;
     std::string reason; // for a person; empty when taken
@@ -98,6 +109,14 @@ Answer send(GDBusConnection* bus, const std::vector<std::string>& uris, GDBusCal
         const char* text = nullptr;
         g_variant_get(answer.get(), "(&s)", &text);
         return {*text == '\0' ? Answer::Kind::taken : Answer::Kind::refused, text};
+    }
+    if (g_error_matches(error, G_IO_ERROR, G_IO_ERROR_TIMED_OUT) != FALSE ||
+        g_error_matches(error, G_DBUS_ERROR, G_DBUS_ERROR_TIMEOUT) != FALSE) {
+        // The bus has delivered the request, which stays with the helper.
+        g_error_free(error);
+        return {
+            Answer::Kind::waiting,
+            "Cadora Helper is busy, for example with copying a large file. It takes these files after that."};
     }
     // Nobody runs, and the bus could start nobody; or the helper ended before it had taken anything.
     const bool nobodyIsThere =
@@ -230,8 +249,16 @@ void report(const std::string& problem) {
 
 int main(int argc, char** argv) {
     using namespace cadora;
+    if (argc == 2 && std::string_view(argv[1]) == "--help") {
+        std::fputs(usage, stdout);
+        return EXIT_SUCCESS;
+    }
     const Answer answer = deliver(selectedFiles(argc, argv));
     if (answer.kind == Answer::Kind::taken) {
+        return EXIT_SUCCESS;
+    }
+    if (answer.kind == Answer::Kind::waiting) {
+        std::fprintf(stderr, "cadora-send: %s\n", answer.reason.c_str());
         return EXIT_SUCCESS;
     }
     report(answer.reason);

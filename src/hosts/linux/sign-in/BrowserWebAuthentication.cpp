@@ -63,7 +63,6 @@ public:
         auto* const window = dynamic_cast<QtWindow*>(anchor.get());
         sheet_ = new SignInSheet(window != nullptr ? &window->widget() : nullptr,
                                  guarded([this] { owner_->cancelOver(*this); }));
-        sheet_->showStep("Preparing the sign-in…");
         unlockKeyring();
         return true;
     }
@@ -103,6 +102,8 @@ public:
 private:
     // Without a keyring to write to, the sign-in would be forgotten in silence.
     void unlockKeyring() {
+        // Also in place of what stood in the way before.
+        sheet_->showStep("Preparing the sign-in…");
         callOff_ = owner_->keyring_.unlock(
             windowNumber(), guarded([this](const std::string& problem) {
                 callOff_ = nullptr;
