@@ -20,15 +20,14 @@ template <class Json> std::string compactText(const Json& value) {
     }
 }
 
-[[noreturn]] void wrongType(const std::string& path, const char* expected, const Value& value) {
+template <class Json>
+[[noreturn]] void wrongType(const std::string& path, const char* expected, const Json& value) {
     throw DecodingError("“" + path + "” must be " + expected + ", not " + value.type_name());
 }
 
-} // namespace
-
-Value parse(std::string_view bytes) {
+template <class Json> Json parsed(std::string_view bytes) {
     try {
-        return Value::parse(bytes.begin(), bytes.end());
+        return Json::parse(bytes.begin(), bytes.end());
     } catch (const nlohmann::json::exception& e) {
         // The library's message quotes the input, which may hold what must not be logged.
         if (const auto* syntax = dynamic_cast<const nlohmann::json::parse_error*>(&e)) {
@@ -36,6 +35,16 @@ Value parse(std::string_view bytes) {
         }
         throw DecodingError("a number in it is out of range");
     }
+}
+
+} // namespace
+
+Value parse(std::string_view bytes) {
+    return parsed<Value>(bytes);
+}
+
+Record parseRecord(std::string_view bytes) {
+    return parsed<Record>(bytes);
 }
 
 std::string write(const Value& value) {
@@ -102,6 +111,12 @@ void decode(const Value& value, const std::string& path, double& out) {
 void requireObject(const Value& value, const std::string& path) {
     if (!value.is_object()) {
         wrongType(path, "an object", value);
+    }
+}
+
+void requireObject(const Record& record, const std::string& path) {
+    if (!record.is_object()) {
+        wrongType(path, "an object", record);
     }
 }
 

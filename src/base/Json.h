@@ -19,8 +19,8 @@ namespace cadora::json {
 
 // What is read; a key is found by binary search, however many an answer has.
 using Value = nlohmann::json;
-// A record that is written, its keys in the order in which they were set. For the few keys of our own
-// records: each is searched for from the first.
+// A record that is written, its keys in the order in which they were set. For the few keys of our own records
+// and files: each is searched for from the first.
 using Record = nlohmann::ordered_json;
 
 // The data is not JSON, or not of the expected form. Decoding is all or nothing: whoever catches this
@@ -46,6 +46,7 @@ private:
 
 // The whole of `bytes` as one JSON value; trailing rubbish and invalid UTF-8 are errors.
 Value parse(std::string_view bytes);
+Record parseRecord(std::string_view bytes);
 
 // Compact text.
 std::string write(const Value& value);
@@ -61,6 +62,7 @@ void decode(const Value& value, const std::string& path, std::int64_t& out);
 void decode(const Value& value, const std::string& path, double& out);
 
 void requireObject(const Value& value, const std::string& path);
+void requireObject(const Record& record, const std::string& path);
 void requireArray(const Value& value, const std::string& path);
 
 template <class T> void decode(const Value& value, const std::string& path, std::vector<T>& out) {

@@ -10,9 +10,9 @@ namespace cadora {
 
 namespace {
 
-json::Value encoded(const PropertyValue& value) {
+json::Record encoded(const PropertyValue& value) {
     if (const auto* dictionary = std::get_if<PropertyDictionary>(&value)) {
-        json::Value object = json::Value::object();
+        json::Record object = json::Record::object();
         for (const auto& [key, element] : *dictionary) {
             object[key] = encoded(element);
         }
@@ -33,7 +33,7 @@ json::Value encoded(const PropertyValue& value) {
     return std::get<std::string>(value);
 }
 
-std::optional<PropertyValue> decoded(const json::Value& value) {
+std::optional<PropertyValue> decoded(const json::Record& value) {
     if (value.is_boolean()) {
         return value.get<bool>();
     }
@@ -64,8 +64,8 @@ std::optional<PropertyValue> decoded(const json::Value& value) {
     return dictionary;
 }
 
-json::Value parsedObject(const std::string& bytes) {
-    json::Value object = json::parse(bytes);
+json::Record parsedObject(const std::string& bytes) {
+    json::Record object = json::parseRecord(bytes);
     json::requireObject(object, "the user defaults");
     return object;
 }
@@ -78,7 +78,7 @@ FileUserDefaults::FileUserDefaults(FileManager& fileManager, std::filesystem::pa
 std::optional<PropertyValue> FileUserDefaults::object(const std::string& key) {
     const std::lock_guard guard(mutex_);
     try {
-        const json::Value object = parsedObject(fileManager_.contents(file_));
+        const json::Record object = parsedObject(fileManager_.contents(file_));
         const auto found = object.find(key);
         return found == object.end() ? std::nullopt : decoded(*found);
     } catch (const Error&) {
@@ -96,7 +96,7 @@ void FileUserDefaults::set(const std::string& key, std::optional<PropertyValue> 
 }
 
 void FileUserDefaults::setOrThrow(const std::string& key, const std::optional<PropertyValue>& value) {
-    json::Value object = json::Value::object();
+    json::Record object = json::Record::object();
     bool damaged = false;
     if (fileManager_.fileExists(file_)) {
         try {
