@@ -265,3 +265,35 @@ TEST_CASE("a failure's text shows line breaks and control characters as such") {
     CHECK(contains(failureOf([&] { files.manager->copyItem(files / "two\nlines\x1B[2J", files / "copy"); }),
                    "“two\\nlines\\x1b[2J” couldn’t be copied: "));
 }
+
+TEST_CASE("a file is the same under all its names, and another once it is replaced or changed") {
+    const Files files;
+    CHECK_FALSE(files.manager->identity(files / "song"));
+    files.manager->writeAtomically(files / "song", "sound");
+    const auto song = files.manager->identity(files / "song");
+    REQUIRE(song);
+    CHECK(song->size == 5);
+    fs::create_hard_link(files / "song", files / "same");
+    fs::create_symlink(files / "song", files / "link");
+    CHECK(files.manager->identity(files / "same") == song);
+    CHECK(files.manager->identity(files / "link") == song);
+    files.manager->writeAtomically(files / "song", "sound");
+    CHECK(files.manager->identity(files / "song") != song);
+    CHECK(files.manager->identity(files / "same") == song);
+    std::ofstream(files / "same", std::ios::app) << "s";
+    CHECK(files.manager->identity(files / "same") != song);
+}
+
+TEST_CASE("whether a file holds some bytes is told of all of them") {
+    const Files files;
+    const std::string bytes = std::string(100'000, 'a') + '\0' + "end";
+    CHECK_FALSE(files.manager->holds(files / "index", ""));
+    CHECK_FALSE(files.manager->holds(files.directory.path(), ""));
+    files.manager->writeAtomically(files / "index", bytes);
+    CHECK(files.manager->holds(files / "index", bytes));
+    CHECK_FALSE(files.manager->holds(files / "index", bytes.substr(1)));
+    CHECK_FALSE(files.manager->holds(files / "index", bytes + "d"));
+    CHECK_FALSE(files.manager->holds(files / "index", std::string(100'000, 'a') + '\0' + "eNd"));
+    files.manager->writeAtomically(files / "index", "");
+    CHECK(files.manager->holds(files / "index", ""));
+}
