@@ -153,7 +153,13 @@ class Helper:
 
     def send(self, files):
         """Sends the files in one request; returns the error that the desktop would show."""
-        uris = [Gio.File.new_for_path(os.fsencode(file)).get_uri() for file in files]
+        return self.call_services([Gio.File.new_for_path(os.fsencode(file)).get_uri() for file in files])
+
+    def ask_main_thread(self, timeout):
+        """Returns once the main thread has refused a request without files."""
+        self.call_services([], timeout * 1000)
+
+    def call_services(self, uris, timeout=-1):
         return self.bus.call_sync(
             BUS_NAME,
             OBJECT_PATH,
@@ -162,7 +168,7 @@ class Helper:
             GLib.Variant("(ass)", (uris, "")),
             GLib.VariantType("(s)"),
             Gio.DBusCallFlags.NONE,
-            -1,
+            timeout,
             None,
         ).unpack()[0]
 
