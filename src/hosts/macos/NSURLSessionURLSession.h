@@ -11,6 +11,8 @@ namespace cadora {
 // It doesn't say when it opens the file of an upload, and may open it again for a redirect. So the upload
 // reads a hard link of its own, made within the call, in the user's folder for temporary files; where none
 // can be made, because the file is on another volume or is not there, it reads the file itself.
+// An upload is redirected with its file or not at all, and a 2xx before all of the file was sent is a
+// failure: nothing whole can have been stored.
 class NSURLSessionURLSession : public URLSession {
 public:
     explicit NSURLSessionURLSession(MainActor& mainActor);

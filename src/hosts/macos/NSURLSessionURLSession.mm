@@ -3,6 +3,7 @@
 #include "hosts/macos/FoundationError.h"
 #include "hosts/macos/FoundationText.h"
 #include "hosts/macos/ProcessActivity.h"
+#include "hosts/macos/UploadRedirects.h"
 
 #include <memory>
 #include <utility>
@@ -51,6 +52,20 @@ PlatformError transferError(NSError* error, const URL& url, const std::filesyste
     }
     const PlatformError plain = platformError(error);
     return {plain.domain(), plain.code(), message + ": " + plain.message()};
+}
+
+PlatformError answeredEarly(const URL& url, const std::filesystem::path& file) {
+    return {stdString(NSURLErrorDomain), NSURLErrorNetworkConnectionLost,
+            url.authority() + " answered before “" + displayName(file) + "” had been sent whole"};
+}
+
+// A length that the session doesn't know is below every count.
+bool hasSentAll(NSURLSessionTask* task) {
+    return task.countOfBytesSent >= task.countOfBytesExpectedToSend;
+}
+
+bool isSuccess(NSURLResponse* response) {
+    return urlResponse(response).statusCode.value_or(0) / 100 == 2;
 }
 
 PlatformError notAURL(const URL& url) {
@@ -109,14 +124,25 @@ CancelAction NSURLSessionURLSession::upload(URLRequest request, std::filesystem:
     }
     const std::shared_ptr<UploadLink> kept = links_.link(fromFile);
     const Handler handler = completionHandler(&mainActor_, request.url, fromFile, completion);
+    MainActor* const actor = &mainActor_;
+    const URL url = request.url;
+    __block NSURLSessionUploadTask* task = nil;
     const Handler handlerWithFile = ^(NSData* data, NSURLResponse* response, NSError* error) {
       // The name goes when the session is done with this block.
       (void)kept;
-      handler(data, response, error);
+      NSURLSessionUploadTask* const ended = task;
+      task = nil;
+      if (error == nil && isSuccess(response) && !hasSentAll(ended)) {
+          actor->post([=] { completion(failure<Answer>(answeredEarly(url, fromFile))); });
+      } else {
+          handler(data, response, error);
+      }
     };
-    return resume([[NSURLSession sharedSession] uploadTaskWithRequest:prepared
-                                                             fromFile:fileURL(kept ? kept->path() : fromFile)
-                                                    completionHandler:handlerWithFile]);
+    task = [[NSURLSession sharedSession] uploadTaskWithRequest:prepared
+                                                      fromFile:fileURL(kept ? kept->path() : fromFile)
+                                             completionHandler:handlerWithFile];
+    task.delegate = [[CadoraUploadRedirects alloc] init];
+    return resume(task);
 }
 
 } // namespace cadora

@@ -151,6 +151,7 @@ CONSTANT(NSErrorUserInfoKey, NSUnderlyingErrorKey);
 + (nullable instancetype)URLWithString:(NSString*)string;
 + (NSURL*)fileURLWithPath:(NSString*)path;
 @property(nullable, readonly, copy) NSString* absoluteString;
+@property(nullable, readonly, copy) NSString* scheme;
 @property(nullable, readonly, copy) NSString* path;
 @property(readonly, getter=isFileURL) BOOL fileURL;
 @property(nullable, readonly, copy) NSURL* filePathURL SINCE(10.6);
@@ -231,7 +232,7 @@ typedef NS_OPTIONS(uint64_t, NSActivityOptions) {
 // URL loading
 
 CONSTANT(NSErrorDomain, NSURLErrorDomain);
-enum : NSInteger { NSURLErrorBadURL = -1000 };
+enum : NSInteger { NSURLErrorBadURL = -1000, NSURLErrorNetworkConnectionLost = -1005 };
 
 typedef NS_ENUM(NSUInteger, NSURLRequestCachePolicy) {
     NSURLRequestUseProtocolCachePolicy = 0,
@@ -242,6 +243,8 @@ typedef NS_ENUM(NSUInteger, NSURLRequestCachePolicy) {
 + (instancetype)requestWithURL:(NSURL*)url
                    cachePolicy:(NSURLRequestCachePolicy)cachePolicy
                timeoutInterval:(NSTimeInterval)timeoutInterval;
+@property(nullable, readonly, copy) NSURL* URL;
+@property(nullable, readonly, copy) NSString* HTTPMethod;
 @end
 
 @interface NSMutableURLRequest : NSURLRequest
@@ -257,7 +260,27 @@ typedef NS_ENUM(NSUInteger, NSURLRequestCachePolicy) {
 @property(readonly) NSInteger statusCode;
 @end
 
+@class NSURLSession;
+@class NSURLSessionTask;
+
+@protocol NSURLSessionDelegate <NSObject>
+@end
+
+@protocol NSURLSessionTaskDelegate <NSURLSessionDelegate>
+@optional
+- (void)URLSession:(NSURLSession*)session
+                          task:(NSURLSessionTask*)task
+    willPerformHTTPRedirection:(NSHTTPURLResponse*)response
+                    newRequest:(NSURLRequest*)request
+             completionHandler:(void (^)(NSURLRequest* _Nullable))completionHandler;
+@end
+
 @interface NSURLSessionTask : NSObject <NSCopying>
+@property(nullable, retain) id<NSURLSessionTaskDelegate> delegate SINCE(12.0);
+@property(nullable, readonly, copy) NSURLRequest* originalRequest;
+@property(nullable, readonly, copy) NSURLRequest* currentRequest;
+@property(readonly) int64_t countOfBytesSent;
+@property(readonly) int64_t countOfBytesExpectedToSend;
 - (void)resume;
 - (void)cancel;
 @end
