@@ -11,9 +11,6 @@
 #include <sys/stat.h>
 #include <sys/types.h>
 
-// The library's own headers declare these with what they promise of their arguments.
-#pragma GCC diagnostic ignored "-Wnonnull-compare"
-
 namespace {
 
 bool isUTF8(std::string_view text) {
