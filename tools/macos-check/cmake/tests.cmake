@@ -3,7 +3,5 @@ function(let_tests_link)
   foreach(program cadora-service tests-core tests-macos)
     target_link_options(${program} PRIVATE "-Wl,-undefined,dynamic_lookup")
   endforeach()
-  # Many small sources, each behind the same large headers.
-  set_target_properties(tests-core PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 8)
 endfunction()
 cmake_language(DEFER DIRECTORY "${CMAKE_SOURCE_DIR}" CALL let_tests_link)
