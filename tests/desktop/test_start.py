@@ -114,9 +114,10 @@ class StartTest(unittest.TestCase):
         self.assertEqual(self.helper.send([self.file("a.wav")]), "")
         self.wait_for_staged(["a.wav"])
         self.assertIsNone(helper.poll())
-        self.assertEqual(
-            [os.readlink(f"/proc/{helper.pid}/fd/{number}") for number in range(3)], ["/dev/null"] * 3
-        )
+        if os.geteuid() == 0:  # a process that can't be traced shows its descriptors to nobody else
+            self.assertEqual(
+                [os.readlink(f"/proc/{helper.pid}/fd/{number}") for number in range(3)], ["/dev/null"] * 3
+            )
 
     def test_it_outlives_the_reader_of_its_log(self):
         reader, writer = os.pipe()
