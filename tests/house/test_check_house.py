@@ -99,6 +99,36 @@ class CheckHouse(unittest.TestCase):
             "has a closure inside a co_await expression",
         )
 
+    def test_an_object_made_with_braces_inside_an_awaited_expression_is_refused(self):
+        for number, expression in enumerate(
+            [
+                "co_await take(Pair{1, 2})",
+                "co_await take({1, 2})",
+                "use(Pair{1, 2}, co_await next())",
+                "if (co_await take(Pair{1, 2})) { next(); }",
+                "for (int i = 0; i < co_await take({1}); ++i) { next(); }",
+                "Pair pair{co_await next(), 2}",
+                "co_return Pair{co_await next(), 2}",
+            ]
+        ):
+            with self.subTest(expression=expression):
+                file = f"src/upload/Awaits{number}.cpp"
+                self.add(file, f"Task<> f(Pair pair = {{1, 2}}) {{ Pair named{{1, 2}}; {expression}; }}")
+                problem = f"{file}: makes an object with braces inside a co_await expression: "
+                self.assertTrue(self.check().startswith(problem))
+                (self.root / file).unlink()
+
+    def test_an_object_made_with_braces_beside_an_awaited_expression_is_not_refused(self):
+        self.add(
+            "src/upload/Awaits.cpp",
+            "struct Pair { int a; int b; };\n"
+            "Task<> f() { Pair named{1, 2}; if (co_await take(named)) { next({1}); } else { co_await take(named); }\n"
+            "for (const Pair& pair : {named}) { try { co_await take(pair); } catch (...) { use(Pair{1, 2}); } }\n"
+            "while (co_await more()) { std::vector<int> v{1}; } const char c = '{'; co_await take(c);\n"
+            "const auto work = [&] { use(Pair{1, 2}); }; co_await take(work); }\n",
+        )
+        self.assertEqual(self.check(), "the house is in order\n")
+
 
 if __name__ == "__main__":
     unittest.main()
