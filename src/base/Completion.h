@@ -42,45 +42,34 @@ public:
     OperationAwaiter& operator=(OperationAwaiter&&) = delete;
 
     ~OperationAwaiter() {
-        if (cancellation_) {
-            cancellation_->setHandler(nullptr);
-        }
         state_->waiter = nullptr;
-        if (!state_->result) {
-            callOff();
-        }
+        state_->callOff();
     }
 
     bool await_ready() const noexcept { return false; }
 
     template <class Promise> bool await_suspend(std::coroutine_handle<Promise> waiter) {
-        cancellation_ = waiter.promise().cancellation;
-        if (cancellation_->isCancelled()) {
-            state_->result = failure<T>(CancellationError());
+        const std::shared_ptr<Cancellation> cancellation = waiter.promise().cancellation;
+        if (cancellation->isCancelled()) {
+            state_->end(failure<T>(CancellationError()));
             return false;
         }
-        auto state = state_;
-        cancel_ = operation_([state](Result<T> result) {
-            if (state->result) {
-                return;
-            }
-            state->result = std::move(result);
-            if (const auto suspended = std::exchange(state->waiter, nullptr)) {
-                suspended.resume();
+        CancelAction cancel = operation_([state = state_](Result<T> result) {
+            // It may hold what is calling here, and goes when that has been told.
+            const CancelAction useless = std::exchange(state->cancel, nullptr);
+            if (state->end(std::move(result))) {
+                state->resume();
             }
         });
         if (state_->result) {
             return false;
         }
         state_->waiter = waiter;
-        cancellation_->setHandler([this] {
-            state_->result = failure<T>(CancellationError());
-            callOff();
-            actor_.post([state = state_] {
-                if (const auto suspended = std::exchange(state->waiter, nullptr)) {
-                    suspended.resume();
-                }
-            });
+        state_->cancel = std::move(cancel);
+        state_->cancellation = cancellation;
+        cancellation->setHandler([state = state_, &actor = actor_] {
+            state->callOff();
+            actor.post([state] { state->resume(); });
         });
         return true;
     }
@@ -95,21 +84,40 @@ public:
 
 private:
     struct State {
+        // False when the operation has ended before. From then on the task's cancellation leaves it alone.
+        bool end(Result<T> how) {
+            if (result) {
+                return false;
+            }
+            result = std::move(how);
+            if (const auto waitedWith = std::exchange(cancellation, nullptr)) {
+                waitedWith->setHandler(nullptr);
+            }
+            return true;
+        }
+
+        void callOff() {
+            const CancelAction action = std::exchange(cancel, nullptr);
+            if (end(failure<T>(CancellationError())) && action) {
+                action();
+            }
+        }
+
+        void resume() {
+            if (const auto suspended = std::exchange(waiter, nullptr)) {
+                suspended.resume();
+            }
+        }
+
         std::optional<Result<T>> result;
         std::coroutine_handle<> waiter;
+        CancelAction cancel;
+        std::shared_ptr<Cancellation> cancellation;
     };
-
-    void callOff() {
-        if (const auto cancel = std::exchange(cancel_, nullptr)) {
-            cancel();
-        }
-    }
 
     MainActor& actor_;
     Operation<T> operation_;
-    CancelAction cancel_;
     std::shared_ptr<State> state_;
-    std::shared_ptr<Cancellation> cancellation_;
 };
 
 } // namespace cadora

@@ -15,9 +15,11 @@ namespace cadora {
 struct PromiseBase {
     struct FinalAwaiter {
         bool await_ready() const noexcept { return false; }
-        template <class Promise>
-        std::coroutine_handle<> await_suspend(std::coroutine_handle<Promise> finished) const noexcept {
-            return finished.promise().waiter;
+        template <class Promise> void await_suspend(std::coroutine_handle<Promise> finished) const noexcept {
+            // The waiter may destroy this frame, so that nothing of it is touched afterwards.
+            if (!finished.promise().isBeginning) {
+                finished.promise().waiter.resume();
+            }
         }
         void await_resume() const noexcept {}
     };
@@ -27,6 +29,8 @@ struct PromiseBase {
 
     std::coroutine_handle<> waiter = std::noop_coroutine();
     std::shared_ptr<Cancellation> cancellation;
+    // While its waiter is still within the call that began it, and goes on by itself when that returns.
+    bool isBeginning = false;
 };
 
 // The part of a promise that knows the type of the result.
@@ -59,7 +63,8 @@ template <> struct PromiseResult<void> : PromiseBase {
 
 // A piece of asynchronous work on the main actor. Lazy: nothing happens before it is awaited or started
 // with MainActor::start(). The Task owns its frame: destroying it while it waits destroys the frame, and a
-// completion that comes later finds nobody and does nothing. Parameters of a coroutine are taken by value,
+// completion that comes later finds nobody and does nothing. Tasks awaited within one another take stack, but
+// any number of them awaited one after the other takes none. Parameters of a coroutine are taken by value,
 // since the caller's variables may be gone when it runs.
 template <class T = void> class [[nodiscard]] Task {
 public:
@@ -72,11 +77,14 @@ public:
         explicit Awaiter(std::coroutine_handle<promise_type> task) : task_(task) {}
 
         bool await_ready() const noexcept { return false; }
-        template <class Promise>
-        std::coroutine_handle<> await_suspend(std::coroutine_handle<Promise> parent) const noexcept {
-            task_.promise().waiter = parent;
-            task_.promise().cancellation = parent.promise().cancellation;
-            return task_;
+        template <class Promise> bool await_suspend(std::coroutine_handle<Promise> parent) const noexcept {
+            promise_type& promise = task_.promise();
+            promise.waiter = parent;
+            promise.cancellation = parent.promise().cancellation;
+            promise.isBeginning = true;
+            task_.resume();
+            promise.isBeginning = false;
+            return !task_.done();
         }
         T await_resume() const { return task_.promise().take(); }
 

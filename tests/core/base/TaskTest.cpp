@@ -7,6 +7,7 @@
 
 #include <doctest/doctest.h>
 
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -75,6 +76,55 @@ Task<void> waitTwice(MainActor& actor, Operation<int> operation, Trace& trace) {
             trace.push_back(error.text());
         }
     }
+}
+
+constexpr int manyTasks = 100'000;
+
+Task<int> one() {
+    co_return 1;
+}
+
+Task<int> oneOrFailure(int number) {
+    if (number % 2 == 1) {
+        throw std::runtime_error("odd");
+    }
+    co_return 1;
+}
+
+Task<int> oneByAnOperation(MainActor& actor) {
+    OperationAwaiter<int> step(actor, [](const Completion<int>& completion) -> CancelAction {
+        completion(1);
+        return nullptr;
+    });
+    co_return co_await step;
+}
+
+Task<void> awaitMany(MainActor& actor, int& sum) {
+    for (int number = 0; number < manyTasks; ++number) {
+        sum += co_await one();
+        sum += co_await oneByAnOperation(actor);
+        try {
+            sum += co_await oneOrFailure(number);
+        } catch (const std::runtime_error&) {
+            sum -= 1;
+        }
+    }
+}
+
+Task<void> waitThenAwaitMany(MainActor& actor, Operation<int> operation, int& sum) {
+    Trace trace;
+    int live = 0;
+    co_await waitFor(actor, std::move(operation), trace, Counted(live));
+    co_await awaitMany(actor, sum);
+}
+
+// Calls itself off once its operation has ended.
+Task<void> waitThenCancel(MainActor& actor, Operation<int> operation, std::optional<StartedTask>& task,
+                          Trace& trace) {
+    OperationAwaiter<int> step(actor, std::move(operation));
+    trace.push_back(std::to_string(co_await step));
+    task->cancel();
+    trace.emplace_back("cancelled");
 }
 
 // An operation that completes when the test says so.
@@ -187,6 +237,53 @@ TEST_CASE("cancelling a waiting task calls its operation off and throws the canc
     CHECK(live == 0);
     task.cancel();
     CHECK(pending.calledOff == 1);
+}
+
+TEST_CASE("any number of tasks that end without waiting leave no stack behind") {
+    int sum = 0;
+    ManualMainActor actor;
+    actor.start(awaitMany(actor, sum));
+    actor.runUntilIdle();
+    CHECK(sum == 2 * manyTasks);
+}
+
+TEST_CASE("any number of tasks that end without waiting leave no stack behind after one that waited") {
+    int sum = 0;
+    Pending pending;
+    ManualMainActor actor;
+    actor.start(waitThenAwaitMany(actor, pending.operation(), sum));
+    actor.runUntilIdle();
+    CHECK(sum == 0);
+    pending.completion(7);
+    CHECK(sum == 2 * manyTasks);
+}
+
+TEST_CASE("an operation that has ended is not called off any more") {
+    Trace trace;
+    Pending pending;
+    ManualMainActor actor;
+    std::optional<StartedTask> task;
+    task = actor.start(waitThenCancel(actor, pending.operation(), task, trace));
+    actor.runUntilIdle();
+    pending.completion(7);
+    actor.runUntilIdle();
+    CHECK(trace == Trace{"7", "cancelled"});
+    CHECK(pending.calledOff == 0);
+}
+
+TEST_CASE("an operation that ends within its own start is not called off any more") {
+    Trace trace;
+    int calledOff = 0;
+    ManualMainActor actor;
+    std::optional<StartedTask> task;
+    const Operation<int> immediate = [&calledOff](const Completion<int>& completion) -> CancelAction {
+        completion(3);
+        return [&calledOff] { ++calledOff; };
+    };
+    task = actor.start(waitThenCancel(actor, immediate, task, trace));
+    actor.runUntilIdle();
+    CHECK(trace == Trace{"3", "cancelled"});
+    CHECK(calledOff == 0);
 }
 
 TEST_CASE("a cancelled task begins no further operation") {
