@@ -17,6 +17,7 @@ class CheckHouse(unittest.TestCase):
         self.root = pathlib.Path(folder.name)
         shutil.copytree(ROOT / "src", self.root / "src")
         (self.root / "tests").mkdir()
+        shutil.copy(ROOT / "ARCHITECTURE.md", self.root)
 
     def check(self):
         result = subprocess.run(
@@ -92,6 +93,13 @@ class CheckHouse(unittest.TestCase):
         lines = [line for line in sender.read_text().splitlines() if "hosts/linux/files/" not in line]
         sender.write_text("\n".join(lines))
         self.assertIn(f"{LINUX}: the arrow from send to files is used by no file\n", self.check())
+
+    def test_a_table_that_says_otherwise_than_the_map_is_told(self):
+        table = self.root / "ARCHITECTURE.md"
+        table.write_text(table.read_text().replace("| `keyring` | ", "| `safe` | "))
+        self.assertEqual(
+            self.check(), "ARCHITECTURE.md: the row of keyring is missing, or names other rooms than it includes\n"
+        )
 
     def test_a_closure_inside_an_awaited_expression_is_refused(self):
         self.assert_finds(
