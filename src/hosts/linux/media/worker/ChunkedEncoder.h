@@ -14,8 +14,8 @@ namespace cadora {
 // the number of threads.
 struct EncodingPlan {
     int chunkFrames = 1300;         // what one encoder contributes: at most about half a minute
-    int prerollFrames = 48;         // what it hears before that, until its rate control has settled
-    int shortestPreroll = 32;       // a seam may move earlier, as long as this much was heard
+    int prerollFrames = 24;         // what it hears before that, until its rate control has settled
+    int shortestPreroll = 8;        // a seam may move earlier, as long as this much was heard
     std::int64_t memory = 64 << 20; // bytes of samples held at once; caps the encoders at work at once
 
     // For a sound of so many frames: an even number of equal chunks, so that two processors end at the same
