@@ -84,10 +84,18 @@ void QtStatusItem::setButton(const std::string&, const std::string&, const std::
 void QtStatusItem::setMenu(Menu menu, MenuTarget& target) {
     menu_ = std::move(menu);
     target_ = &target;
-    panelMenu_.show(menu_, target);
-    ownMenu_.show(menu_, target);
+    if (!std::exchange(menuIsNew_, true)) {
+        QMetaObject::invokeMethod(this, &QtStatusItem::showNewMenu, Qt::QueuedConnection);
+    }
+}
+
+// Once for all changes of a turn: what widgets let go in it they keep until its end.
+void QtStatusItem::showNewMenu() {
+    menuIsNew_ = false;
+    panelMenu_.show(menu_, *target_);
+    ownMenu_.show(menu_, *target_);
     if (window_ && window_->isVisible()) {
-        window_->showMenu(menu_, target);
+        window_->showMenu(menu_, *target_);
     }
 }
 

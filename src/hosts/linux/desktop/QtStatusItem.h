@@ -43,6 +43,7 @@ private:
     // Qt decides at the first icon which of the two it speaks, for the life of the process.
     enum class Tray { statusNotifier, xEmbed };
 
+    void showNewMenu();
     void followColors();
     void askForPanel(std::function<void(bool isThere)> answer);
     void waitForNewerPanel();
@@ -59,6 +60,7 @@ private:
     QtMenu ownMenu_{QtMenu::Reader::widgets};
     QString toolTip_;
     Menu menu_;
+    bool menuIsNew_ = false;
     MenuTarget* target_ = nullptr;
     Visibility visibility_ = Visibility::visible;
     std::unique_ptr<QSystemTrayIcon> icon_;
