@@ -5,6 +5,8 @@
 #include "auth/KeychainStore.h"
 #include "platform/Platform.h"
 
+#include <utility>
+
 namespace cadora {
 
 AppDelegate::AppDelegate(UploadQueue& queue)
@@ -23,6 +25,10 @@ void AppDelegate::applicationDidFinishLaunching() {
     };
     queue_.kick();
     showWelcomeWindowUnlessSignedIn();
+}
+
+void AppDelegate::setStagedHandler(ServiceProvider::StagedHandler handler) {
+    serviceProvider_.onStaged = std::move(handler);
 }
 
 bool AppDelegate::applicationShouldHandleReopen(bool /*hasVisibleWindows*/) {

@@ -19,6 +19,9 @@ public:
     // earlier run left in the outbox, and welcomes a user who is not signed in.
     void applicationDidFinishLaunching();
 
+    // Where the outcome of each send request goes; see ServiceProvider::onStaged.
+    void setStagedHandler(ServiceProvider::StagedHandler handler);
+
     // The user opened the program while it runs: the way back to an icon that was hidden. True: the host does
     // whatever else it does by itself, whether or not a window is to be seen.
     bool applicationShouldHandleReopen(bool hasVisibleWindows);

@@ -3,6 +3,7 @@
 #include "api/AuthError.h"
 #include "app/Site.h"
 #include "app/Uninstaller.h"
+#include "auth/AccountChange.h"
 #include "auth/AuthService.h"
 #include "auth/KeychainStore.h"
 #include "base/Error.h"
@@ -168,6 +169,7 @@ void MenuBarController::signIn() {
 
 Task<void> MenuBarController::runSignIn(std::shared_ptr<MenuBarController> controller) {
     const std::shared_ptr<Window> window = showSignInAnchor();
+    const AccountChange change;
     std::exception_ptr error;
     try {
         co_await AuthService::shared().signInWithApple(window);
@@ -175,6 +177,7 @@ Task<void> MenuBarController::runSignIn(std::shared_ptr<MenuBarController> contr
         error = std::current_exception();
     }
     if (!error) {
+        change.report();
         controller->rebuild();
         controller->queue_.retryFailed();
     } else if (isNoAccount(error)) {

@@ -4,6 +4,8 @@
 #include "platform/Application.h"
 #include "upload/UploadQueue.h"
 
+#include <functional>
+#include <string>
 #include <vector>
 
 namespace cadora {
@@ -15,13 +17,19 @@ public:
     // The queue must outlive the tasks that this starts.
     explicit ServiceProvider(UploadQueue& queue = UploadQueue::shared()) : queue_(queue) {}
 
+    // Called once for each request that was taken, in their order, when all of its files have been dealt
+    // with: with a sentence for each that did not get into the outbox, which names it and says why.
+    using StagedHandler = std::function<void(const std::vector<std::string>& problems)>;
+    StagedHandler onStaged;
+
     // Reads the pasteboard before it returns; the files are copied afterwards, one after the other. Without a
-    // file URL, sets the error and does nothing. A file that can't be copied is logged, and the others go on.
+    // file URL, or with more than 5,000, sets the error and does nothing. A file that can't be copied is
+    // logged, and the others go on.
     void sendToCadora(const Pasteboard& pasteboard, const std::optional<std::string>& userData,
                       std::string& error) override;
 
 private:
-    static Task<void> stageFiles(UploadQueue& queue, std::vector<URL> fileURLs);
+    static Task<void> stageFiles(UploadQueue& queue, std::vector<URL> fileURLs, StagedHandler onStaged);
 
     UploadQueue& queue_;
 };

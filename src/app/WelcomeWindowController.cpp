@@ -2,6 +2,7 @@
 
 #include "api/AuthError.h"
 #include "app/Site.h"
+#include "auth/AccountChange.h"
 #include "auth/AuthService.h"
 #include "auth/KeychainStore.h"
 #include "base/Deployment.h"
@@ -100,6 +101,7 @@ Task<void> WelcomeWindowController::signIn(Reference reference) {
     if (controller == nullptr) {
         co_return;
     }
+    const AccountChange change;
     std::exception_ptr error;
     try {
         co_await AuthService::shared().signInWithApple(controller->window);
@@ -110,6 +112,7 @@ Task<void> WelcomeWindowController::signIn(Reference reference) {
         reportFailure(reference, error);
         co_return;
     }
+    change.report();
     confirmSignIn(reference);
     const Platform& platform = Platform::current();
     OperationAwaiter<std::monostate> pause(platform.mainActor, [&](Completion<std::monostate> completion) {

@@ -28,7 +28,8 @@ public:
         friend bool operator==(const NoAccount&, const NoAccount&) = default;
     };
 
-    // Anything else: another error of the service, or a URL that lacks the token or the user id.
+    // Anything else: another error of the service, a URL that lacks the token or the user id, or a token,
+    // user id or e-mail that holds control characters or is longer than 8000, 255 or 254 bytes.
     struct Failure {
         friend bool operator==(const Failure&, const Failure&) = default;
     };

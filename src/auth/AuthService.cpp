@@ -37,6 +37,8 @@ Task<void> AuthService::signInWithApple(std::shared_ptr<Window> anchor) {
     const AuthCallback::Outcome outcome = AuthCallback::parse(callbackURL);
     if (const auto* session = std::get_if<AuthCallback::Success>(&outcome)) {
         store(*session);
+        // One that went on waiting would take the next callback, whoever sends it, and replace the account.
+        web_.cancelVisits();
     } else if (std::holds_alternative<AuthCallback::NoAccount>(outcome)) {
         throw AuthError::noAccount();
     } else {

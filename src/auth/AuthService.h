@@ -19,7 +19,8 @@ public:
     AuthService& operator=(const AuthService&) = delete;
 
     // Opens the service's sign-in page over `anchor`, which may be null, and stores the session that it
-    // yields, over an earlier one if there is one. Whether the keychain takes it is not looked at.
+    // yields, over an earlier one if there is one. Whether the keychain takes it is not looked at. Every
+    // other sign-in that waits then ends as cancelled.
     //
     // On an error nothing is stored, and an earlier session stays. AuthError::noAccount: the Apple ID has no
     // account, so trying again doesn't help. AuthError::badResponse: the page could not be presented, or

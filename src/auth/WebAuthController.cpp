@@ -25,8 +25,9 @@ Task<URL> WebAuthController::authenticate(URL startURL, std::string callbackSche
                                           std::shared_ptr<Window> anchor) {
     anchorWindow_ = std::move(anchor);
     const Platform& platform = Platform::current();
-    OperationAwaiter<URL> visit(platform.mainActor, [&](Completion<URL> completion) -> CancelAction {
-        const auto session = platform.webAuthentication.makeSession(
+    const std::shared_ptr<Visit> visit = addVisit();
+    OperationAwaiter<URL> ending(platform.mainActor, [&](Completion<URL> completion) -> CancelAction {
+        visit->session = platform.webAuthentication.makeSession(
             startURL, callbackScheme,
             [&actor = platform.mainActor, completion](std::optional<URL> callbackURL,
                                                       std::exception_ptr error) {
@@ -34,14 +35,30 @@ Task<URL> WebAuthController::authenticate(URL startURL, std::string callbackSche
                     completion(ended);
                 });
             });
-        session->setPresentationContextProvider(*this);
-        session_ = session;
-        if (!session->start()) {
+        visit->session->setPresentationContextProvider(*this);
+        session_ = visit->session;
+        if (!visit->session->start()) {
             completion(failure<URL>(AuthError::badResponse()));
         }
         return nullptr;
     });
-    co_return co_await visit;
+    co_return co_await ending;
+}
+
+void WebAuthController::cancelVisits() {
+    for (const auto& reference : std::exchange(visits_, {})) {
+        const auto visit = reference.lock();
+        if (visit && visit->session) {
+            visit->session->cancel();
+        }
+    }
+}
+
+std::shared_ptr<WebAuthController::Visit> WebAuthController::addVisit() {
+    std::erase_if(visits_, [](const auto& reference) { return reference.expired(); });
+    auto visit = std::make_shared<Visit>();
+    visits_.push_back(visit);
+    return visit;
 }
 
 std::shared_ptr<Window> WebAuthController::presentationAnchor() {

@@ -5,6 +5,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace cadora {
 
@@ -20,14 +21,26 @@ public:
     // WebAuthenticationSession), and AuthError::badResponse when the page can't be presented or the visit
     // ends with nothing.
     //
-    // A visit does not end another one that is under way: each task gets its own answer. The anchor and the
-    // platform's session are kept until the next visit. The controller must outlive the task's sessions.
+    // A visit does not end another one that is under way: each task gets its own answer, unless
+    // cancelVisits() comes first. The anchor and the platform's session are kept until the next visit. The
+    // controller must outlive the task's sessions.
     Task<URL> authenticate(URL startURL, std::string callbackScheme, std::shared_ptr<Window> anchor);
+
+    // Ends every visit that is under way as one that the user gave up.
+    void cancelVisits();
 
     // The anchor of the latest visit, else the program's first window, else a window that is never shown.
     std::shared_ptr<Window> presentationAnchor() override;
 
 private:
+    struct Visit {
+        std::shared_ptr<WebAuthenticationSession> session;
+    };
+
+    std::shared_ptr<Visit> addVisit();
+
+    // Those under way: each belongs to its task.
+    std::vector<std::weak_ptr<Visit>> visits_;
     std::shared_ptr<Window> anchorWindow_;
     std::shared_ptr<WebAuthenticationSession> session_;
 };

@@ -1,5 +1,7 @@
 #include "base/UTF8.h"
 
+#include <vector>
+
 namespace cadora {
 
 UTF8Character takeUTF8Character(std::string_view& bytes) {
@@ -57,6 +59,27 @@ std::string repairedUTF8(std::string_view bytes) {
         repaired += character.isWellFormed ? character.bytes : std::string_view("\xEF\xBF\xBD");
     }
     return repaired;
+}
+
+std::string shortenedInTheMiddle(std::string_view text, std::size_t most) {
+    std::vector<std::string_view> characters;
+    for (std::string_view rest = text; !rest.empty();) {
+        characters.push_back(takeUTF8Character(rest).bytes);
+    }
+    if (characters.size() <= most) {
+        return std::string(text);
+    }
+    const std::size_t head = most / 2;
+    const std::size_t tail = characters.size() - (most - 1 - head);
+    std::string shortened;
+    for (std::size_t i = 0; i < head; ++i) {
+        shortened += characters[i];
+    }
+    shortened += "…";
+    for (std::size_t i = tail; i < characters.size(); ++i) {
+        shortened += characters[i];
+    }
+    return shortened;
 }
 
 } // namespace cadora

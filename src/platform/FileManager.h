@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -47,6 +48,10 @@ public:
     // power when what writeAtomically() wrote afterwards on the same volume does.
     virtual void copyItem(const std::filesystem::path& from, const std::filesystem::path& to) = 0;
 
+    // Gives the file at `from` the further name `to` on the same volume, without reading it. Fails when `to`
+    // exists, for a folder, and where the file system knows no further names.
+    virtual void linkItem(const std::filesystem::path& from, const std::filesystem::path& to) = 0;
+
     // Deletes a file, or a folder with everything in it; links are removed, never followed.
     virtual void removeItem(const std::filesystem::path& path) = 0;
 
@@ -58,6 +63,10 @@ public:
     // Replaces the file in one step: at any instant, and after a loss of power, it is the old one or the new
     // one whole. When it returns, the new one survives a loss of power.
     virtual void writeAtomically(const std::filesystem::path& path, std::string_view bytes) = 0;
+
+    // Sets room aside, from now on, for what writeAtomically() will write into the folder, so that it
+    // succeeds on a disk that fills up. As far as the platform can; that it can't is no failure.
+    virtual void keepRoom(const std::filesystem::path& folder, std::size_t bytes) = 0;
 };
 
 } // namespace cadora

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 #include <variant>
 #include <vector>
@@ -27,7 +28,11 @@ struct MenuSeparator {
     friend bool operator==(const MenuSeparator&, const MenuSeparator&) = default;
 };
 
-// A disabled line that only tells something.
+// How many characters of a title a host draws: a longer one is shortened in the middle and shown whole by its
+// tool tip. Every title of the program's own is shorter.
+inline constexpr std::size_t longestMenuTitle = 64;
+
+// A disabled line that only tells something. Its title may hold a file's name.
 struct MenuInformation {
     std::string title;
 

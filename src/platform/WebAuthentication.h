@@ -35,6 +35,10 @@ public:
 
     // False when the page can't be presented; the handler is not called then.
     virtual bool start() = 0;
+
+    // Ends a visit that is under way as if the user had given it up; the handler is called with that error.
+    // Does nothing before the start and after the end.
+    virtual void cancel() = 0;
 };
 
 class WebAuthentication {

@@ -30,6 +30,14 @@ void SharedFileManager::copyItem(const fs::path& from, const fs::path& to) {
     files_.copyItem(from, to);
 }
 
+void SharedFileManager::linkItem(const fs::path& from, const fs::path& to) {
+    files_.linkItem(from, to);
+}
+
+void SharedFileManager::keepRoom(const fs::path& folder, std::size_t bytes) {
+    files_.keepRoom(folder, bytes);
+}
+
 void SharedFileManager::removeItem(const fs::path& path) {
     {
         const std::lock_guard guard(mutex_);

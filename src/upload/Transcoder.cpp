@@ -27,6 +27,13 @@ void checkOutcome(const AssetExportSession& session) {
     }
 }
 
+std::monostate clear(FileManager& files, const std::filesystem::path& output) {
+    if (files.fileExists(output)) {
+        files.removeItem(output);
+    }
+    return {};
+}
+
 } // namespace
 
 Task<double> Transcoder::toM4A(std::filesystem::path source, std::filesystem::path output) {
@@ -42,9 +49,9 @@ Task<double> Transcoder::toM4A(std::filesystem::path source, std::filesystem::pa
     if (!session) {
         throw TranscodeError::cannotCreateExport();
     }
-    if (platform.fileManager.fileExists(output)) {
-        platform.fileManager.removeItem(output);
-    }
+    auto clearing = runInBackground(platform.mainActor, platform.background,
+                                    [output, &files = platform.fileManager] { return clear(files, output); });
+    co_await clearing;
     session->setOutputURL(output);
     session->setOutputFileType(fileTypeAppleM4A);
     OperationAwaiter<std::monostate> exporting(

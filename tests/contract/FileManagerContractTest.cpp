@@ -297,3 +297,28 @@ TEST_CASE("whether a file holds some bytes is told of all of them") {
     files.manager->writeAtomically(files / "index", "");
     CHECK(files.manager->holds(files / "index", ""));
 }
+
+TEST_CASE(
+    "a further name is the same file, whatever becomes of the first, and never replaces what is there") {
+    const Files files;
+    files.directory.file("a", "first");
+    files.manager->linkItem(files / "a", files / "b");
+    files.manager->writeAtomically(files / "a", "second");
+    CHECK(readFile(files / "a") == "second");
+    CHECK(readFile(files / "b") == "first");
+    CHECK_THROWS_AS(files.manager->linkItem(files / "a", files / "b"), PlatformError);
+    CHECK(readFile(files / "b") == "first");
+    CHECK_THROWS_AS(files.manager->linkItem(files / "missing", files / "c"), PlatformError);
+    CHECK(contains(failureOf([&] { files.manager->linkItem(files / "missing", files / "c"); }), "missing"));
+    CHECK(sortedNames(*files.manager, files.directory.path()) == std::vector<std::string>{"a", "b"});
+}
+
+TEST_CASE("room that is kept is not seen, and a folder that isn't there has none") {
+    const Files files;
+    files.manager->keepRoom(files.directory.path(), 100000);
+    files.manager->keepRoom(files.directory.path(), 200000);
+    files.manager->keepRoom(files / "missing", 1);
+    CHECK(files.manager->contentsOfDirectory(files.directory.path()).empty());
+    files.manager->writeAtomically(files / "a", "x");
+    CHECK(sortedNames(*files.manager, files.directory.path()) == std::vector<std::string>{"a"});
+}

@@ -221,6 +221,18 @@ class SendTest(unittest.TestCase):
         self.wait_for_staged(["a.wav"])
         wait_for(lambda: shown_notifications() > before, "the notification", TIMEOUT)
 
+    def test_a_file_that_could_not_be_copied_is_told_by_its_name(self):
+        self.start_helper()
+        missing = self.folder / "gone.wav"
+        said = "“gone.wav” couldn’t be copied: No such file or directory"
+        self.assertEqual(
+            self.send(self.file("a.wav"), missing, "file:///100%.wav"),
+            (EXIT_REFUSED, f"cadora-send: “100%.wav” has an address that is not well-formed\n{said}\n"),
+        )
+        self.wait_for_staged(["a.wav"])
+        self.assertIn(f"[Cadora Helper] stage failed: {said}", self.helper.log_lines())
+        self.assertEqual(self.send(self.file("b.wav")), (0, ""))
+
     def find(self, role, name, process):
         """What a screen reader finds in the dialogs of the program that the process started."""
 

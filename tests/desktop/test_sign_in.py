@@ -173,6 +173,22 @@ class SignInTest(unittest.TestCase):
         wait_for(lambda: f"Signed in: {EMAIL} (disabled)" in item.lines(), "the menu to show it", TIMEOUT)
         wait_for(lambda: "Sign in to Cadora" not in self.screen.windows(), "the window to close")
 
+    def test_that_succeeds_leaves_no_other_open_to_a_planted_callback(self):
+        panel = Panel()
+        panel.start()
+        self.addCleanup(panel.stop)
+        self.begin()
+        item = StatusItem.wait(self.helper.process.pid)
+        item.choose("Sign in to Cadora…")
+        wait_for(lambda: self.screen.names().count(WAITING) == 2, "both sign-ins to wait", TIMEOUT)
+        self.browser.press("Continue with an account")
+        wait_for(lambda: f"Signed in: {EMAIL} (disabled)" in item.lines(), "the menu to show it", TIMEOUT)
+        self.screen.wait_for_no_name(WAITING)
+        self.assertIn("[Cadora Helper] welcome sign-in failed: The sign-in was cancelled.", self.helper.log_lines())
+        self.hand_over(f"cadora://callback?token={PLANTED}&user_id=666&email=evil%40x")
+        self.wait_for_log("[Cadora Helper] dropped a URL that nobody waits for: cadora://callback")
+        self.assertEqual([stored("cadoraToken"), stored("cadoraUserId"), stored("appleEmail")], [TOKEN, USER_ID, EMAIL])
+
     def test_that_is_cancelled_drops_a_later_callback(self):
         self.begin()
         self.screen.press("Cancel")

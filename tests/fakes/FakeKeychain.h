@@ -24,6 +24,8 @@ public:
     // The calls, for example "update cadoraToken".
     std::vector<std::string> calls;
     std::vector<KeychainQuery> queries;
+    // Of the calls of add().
+    std::vector<KeychainAccessibility> accessibilities;
 
     void store(const std::string& account, const std::string& value) { items[{service, account}] = value; }
     std::optional<std::string> stored(const std::string& account) const {
@@ -60,8 +62,10 @@ public:
         return success;
     }
 
-    Status add(const KeychainQuery& query, const std::string& data, KeychainAccessibility) override {
+    Status add(const KeychainQuery& query, const std::string& data,
+               KeychainAccessibility accessibility) override {
         record("add", query);
+        accessibilities.push_back(accessibility);
         trace.add(calls.back());
         if (addStatus) {
             return *addStatus;

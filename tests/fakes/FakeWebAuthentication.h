@@ -24,6 +24,7 @@ public:
     WebAuthentication::CompletionHandler handler;
     PresentationContextProvider* provider = nullptr;
     bool isStarted = false;
+    int cancellations = 0;
 
     void setPresentationContextProvider(PresentationContextProvider& contextProvider) override {
         provider = &contextProvider;
@@ -35,6 +36,8 @@ public:
         }
         return starts_;
     }
+    // The test ends the session, as any other.
+    void cancel() override { ++cancellations; }
 
 private:
     bool starts_;

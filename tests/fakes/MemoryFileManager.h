@@ -56,6 +56,9 @@ public:
     void copyItem(const std::filesystem::path& from, const std::filesystem::path& to) override {
         put(to, contents(from));
     }
+    void linkItem(const std::filesystem::path& from, const std::filesystem::path& to) override {
+        copyItem(from, to);
+    }
     void removeItem(const std::filesystem::path& path) override {
         if (files.erase(path) + folders.erase(path) == 0) {
             fail(path);
@@ -77,6 +80,7 @@ public:
         ++writes[path.filename().string()];
         put(path, std::string(bytes));
     }
+    void keepRoom(const std::filesystem::path&, std::size_t) override {}
 
 private:
     [[noreturn]] static void fail(const std::filesystem::path& path) {

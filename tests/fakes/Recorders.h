@@ -30,12 +30,17 @@ public:
     Trace trace;
     std::vector<unsigned> authorizations;
     std::vector<UserNotificationRequest> requests;
+    // The user has forbidden what is added.
+    bool isDenied = false;
 
     void requestAuthorization(unsigned options) override {
         trace.add("requestAuthorization");
         authorizations.push_back(options);
     }
     void add(UserNotificationRequest request) override {
+        if (isDenied) {
+            return;
+        }
         trace.add("notify " + request.title);
         requests.push_back(std::move(request));
     }

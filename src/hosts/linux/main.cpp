@@ -18,6 +18,7 @@
 #include "hosts/linux/network/CurlURLSession.h"
 #include "hosts/linux/sign-in/SignIn.h"
 #include "hosts/linux/system/GetentropyRandomSource.h"
+#include "hosts/linux/system/PlatformInstallation.h"
 #include "hosts/linux/system/PosixProcessLauncher.h"
 #include "hosts/linux/system/Process.h"
 #include "hosts/linux/system/QtClock.h"
@@ -61,7 +62,7 @@ int serve(DBusApplication& services, StderrSystemLog& systemLog, const Start& st
     ThreadBackgroundExecutor background;
     PosixFileManager fileManager;
     GetentropyRandomSource random;
-    FileUserDefaults userDefaults(fileManager, program_files::defaults());
+    FileUserDefaults userDefaults(fileManager, program_files::defaults(), systemLog);
     LibsecretKeychain keychain;
     CurlURLSession urlSession(mainActor);
     FfmpegMediaFramework mediaFramework(mainActor, systemLog, program_files::exportWorker());
@@ -71,7 +72,7 @@ int serve(DBusApplication& services, StderrSystemLog& systemLog, const Start& st
     if (canShowWindows()) {
         keepActivation(activation);
     }
-    const auto webAuthentication = makeWebAuthentication(mainActor, background, services, signInParts);
+    const auto webAuthentication = makeWebAuthentication(mainActor, background, clock, services, signInParts);
     GioWorkspace workspace(background);
     PosixProcessLauncher processLauncher;
     const Platform platform{mainActor,
@@ -90,7 +91,7 @@ int serve(DBusApplication& services, StderrSystemLog& systemLog, const Start& st
                             workspace,
                             processLauncher};
     const SharedPlatform shared(platform);
-    Platform::install(&shared.platform());
+    const PlatformInstallation installation(shared.platform(), mainActor, background);
 
     services.setBusLostHandler([] {
         report("the session bus is gone");
@@ -102,6 +103,8 @@ int serve(DBusApplication& services, StderrSystemLog& systemLog, const Start& st
     }
     // Before the event loop: a request may have come with the name already, and the loop brings it in.
     AppDelegate delegate;
+    delegate.setStagedHandler(
+        [&services](const std::vector<std::string>& problems) { services.staged(problems); });
     services.setReopenHandler(
         [&] { desktop.reopen([&delegate] { delegate.applicationShouldHandleReopen(false); }); });
     desktop.application->setActivationPolicy(Application::ActivationPolicy::accessory);

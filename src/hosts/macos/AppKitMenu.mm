@@ -1,5 +1,6 @@
 #include "hosts/macos/AppKitMenu.h"
 
+#include "base/UTF8.h"
 #include "hosts/macos/FoundationText.h"
 
 @implementation CadoraMenuTarget
@@ -82,7 +83,9 @@ struct Renderer {
     NSMenuItem* operator()(const MenuSeparator&) const { return [NSMenuItem separatorItem]; }
 
     NSMenuItem* operator()(const MenuInformation& information) const {
-        NSMenuItem* const item = makeItem(information.title, nullptr, "");
+        const std::string drawn = shortenedInTheMiddle(information.title, longestMenuTitle);
+        NSMenuItem* const item = makeItem(drawn, nullptr, "");
+        item.toolTip = drawn == information.title ? nil : nsString(information.title);
         item.enabled = NO;
         return item;
     }

@@ -86,6 +86,21 @@ public:
         return isStarted;
     }
 
+    // Whether the platform calls its handler for this is nowhere written: the visit's end comes once.
+    void cancel() {
+        {
+            const std::lock_guard guard(mutex_);
+            if (state_ != State::started) {
+                return;
+            }
+        }
+        [session_ cancel];
+        end(std::nullopt, std::make_exception_ptr(PlatformError(WebAuthenticationSession::errorDomain,
+                                                                WebAuthenticationSession::canceledLogin,
+                                                                "The sign-in was cancelled.")));
+        letGo();
+    }
+
     // For a visit that nobody started: what it holds holds it.
     void abandon() {
         const std::lock_guard guard(mutex_);
@@ -142,6 +157,7 @@ public:
     }
 
     bool start() override { return visit_->start(); }
+    void cancel() override { visit_->cancel(); }
 
 private:
     std::shared_ptr<Visit> visit_;

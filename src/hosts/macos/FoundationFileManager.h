@@ -22,10 +22,14 @@ public:
     void createDirectory(const std::filesystem::path& path) override;
     std::vector<std::filesystem::path> contentsOfDirectory(const std::filesystem::path& path) override;
     void copyItem(const std::filesystem::path& from, const std::filesystem::path& to) override;
+    void linkItem(const std::filesystem::path& from, const std::filesystem::path& to) override;
     void removeItem(const std::filesystem::path& path) override;
     std::string contents(const std::filesystem::path& path) override;
     bool holds(const std::filesystem::path& path, std::string_view bytes) override;
     void writeAtomically(const std::filesystem::path& path, std::string_view bytes) override;
+
+    // Keeps none: a volume of APFS shares its room with others, and promises none of it.
+    void keepRoom(const std::filesystem::path& folder, std::size_t bytes) override;
 
 private:
     std::optional<std::filesystem::path> applicationSupportDirectory_;

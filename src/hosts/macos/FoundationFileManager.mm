@@ -9,6 +9,7 @@
 #include <utility>
 
 #include <sys/stat.h>
+#include <unistd.h>
 
 #import <Foundation/Foundation.h>
 
@@ -20,6 +21,7 @@ namespace fs = std::filesystem;
 
 constexpr const char* notCopied = "couldn’t be copied";
 constexpr const char* notCreated = "couldn’t be created";
+constexpr const char* notLinked = "couldn’t be given another name";
 constexpr const char* notRead = "couldn’t be read";
 constexpr const char* notRemoved = "couldn’t be removed";
 constexpr const char* notWritten = "couldn’t be written";
@@ -198,6 +200,13 @@ void FoundationFileManager::copyItem(const fs::path& from, const fs::path& to) {
     require(code, from, notCopied);
 }
 
+void FoundationFileManager::linkItem(const fs::path& from, const fs::path& to) {
+    requireWholePath(from, notLinked);
+    requireWholePath(to, notLinked);
+    require(link(from.c_str(), to.c_str()) == 0 ? 0 : errno, from, notLinked);
+    require(syncThroughDrive(folderOf(itemPath(to))), to, notLinked);
+}
+
 void FoundationFileManager::removeItem(const fs::path& path) {
     requireWholePath(path, notRemoved);
     NSError* error = nil;
@@ -231,5 +240,7 @@ void FoundationFileManager::writeAtomically(const fs::path& path, std::string_vi
     require(moveReplacing(file.path(), path), path, notWritten);
     require(syncThroughDrive(folderOf(path)), path, notWritten);
 }
+
+void FoundationFileManager::keepRoom(const fs::path&, std::size_t) {}
 
 } // namespace cadora

@@ -265,3 +265,16 @@ TEST_CASE("cancelling during an upload calls it off and ends with the cancellati
     CHECK(platform.urlSession.cancelled == 1);
     CHECK(platform.urlSession.sent.size() == 1);
 }
+
+TEST_CASE("a presigned header keeps its name as it is spelled") {
+    TestPlatform platform;
+    platform.urlSession.answer(path, 200);
+    PresignResponse presign = presigned();
+    presign.headers = {{"audio", {{"x-aMZ-Meta-Take", {"3"}}}}};
+    put(platform, presign);
+    std::vector<std::string> names;
+    for (const auto& [name, value] : platform.urlSession.sent.at(0).request.headers) {
+        names.push_back(name);
+    }
+    CHECK(names == std::vector<std::string>{"Content-Type", "x-aMZ-Meta-Take"});
+}

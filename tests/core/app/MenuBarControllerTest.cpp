@@ -522,3 +522,22 @@ TEST_CASE("a sign-in that is under way holds the controller until it ends") {
     CHECK_FALSE(desk.signInWindow().isShown);
     CHECK(watch.expired());
 }
+
+TEST_CASE("a sign-in that puts another account in place of one that is signed in is logged, naming neither") {
+    Desk desk;
+    desk.controller->install();
+    desk.platform.keychain.store("cadoraToken", "old");
+    desk.platform.keychain.store("cadoraUserId", "1");
+    auto& session = desk.openSignIn();
+    SUBCASE("another") {
+        session.handler(URL::constant("cadora://auth?token=t&user_id=2"), nullptr);
+        desk.platform.mainActor.runUntilIdle();
+        CHECK(desk.platform.systemLog.lines ==
+              Steps{"[Cadora Helper] the sign-in replaced the account that was signed in"});
+    }
+    SUBCASE("the same again") {
+        session.handler(URL::constant("cadora://auth?token=t&user_id=1"), nullptr);
+        desk.platform.mainActor.runUntilIdle();
+        CHECK(desk.platform.systemLog.lines.empty());
+    }
+}

@@ -116,3 +116,54 @@ TEST_CASE("a file address of another computer is logged as a failed staging") {
     CHECK(intake.platform.systemLog.lines.size() == 1);
     CHECK(intake.changes == 1);
 }
+
+TEST_CASE("when a request's files have been dealt with, its problems are told, in order, naming the files") {
+    Intake intake;
+    std::vector<std::vector<std::string>> told;
+    intake.provider.onStaged = [&](const std::vector<std::string>& problems) { told.push_back(problems); };
+    const URL gone = intake.file("gone.wav");
+    std::filesystem::remove(*gone.filePath());
+    intake.send({intake.file("1.wav"), gone, URL::constant("file://elsewhere/far.wav")});
+    intake.send({intake.file("2.wav")});
+    CHECK(told.empty());
+    intake.platform.mainActor.runTurn();
+    REQUIRE(told.size() == 1);
+    REQUIRE(told[0].size() == 2);
+    CHECK(told[0][0].find("gone.wav") != std::string::npos);
+    CHECK(told[0][1] == "“far.wav” is no address of a file on this computer");
+    CHECK(intake.platform.systemLog.lines ==
+          std::vector<std::string>{"[Cadora Helper] stage failed: " + told[0][0],
+                                   "[Cadora Helper] stage failed: " + told[0][1]});
+    CHECK(intake.send({}) == "No file to send to Cadora.");
+    intake.platform.mainActor.runUntilIdle();
+    REQUIRE(told.size() == 2);
+    CHECK(told[1].empty());
+}
+
+TEST_CASE("a recording that was copied but could not be put on the list is told") {
+    Intake intake;
+    std::vector<std::string> told;
+    intake.provider.onStaged = [&](const std::vector<std::string>& problems) { told = problems; };
+    intake.platform.fileManager.onWrite = [] { throw PlatformError("test", 28, "the disk is full"); };
+    intake.send({intake.file("1.wav")});
+    intake.platform.mainActor.runTurn();
+    CHECK(told ==
+          std::vector<std::string>{"“1.wav” was copied, but not put on the outbox’s list: the disk is full"});
+    CHECK(intake.platform.systemLog.lines ==
+          std::vector<std::string>{"[Cadora Helper] the outbox’s list was not saved: the disk is full"});
+}
+
+TEST_CASE("a request of more than 5,000 files is refused whole, and one of 5,000 is not") {
+    Intake intake;
+    const std::vector<URL> most(5000, URL::constant("file://elsewhere/song.wav"));
+    std::vector<URL> tooMany = most;
+    tooMany.push_back(URL::constant("https://cadora.example/"));
+    CHECK(intake.send(tooMany).empty());
+    intake.platform.mainActor.runTurn();
+    CHECK(intake.changes == 5000);
+    tooMany.back() = tooMany.front();
+    CHECK(intake.send(tooMany) ==
+          "These are too many files to send to Cadora at once: it takes 5,000 at most.");
+    intake.platform.mainActor.runUntilIdle();
+    CHECK(intake.changes == 5000);
+}

@@ -415,3 +415,14 @@ TEST_CASE("a program that ends during a sign-in or its pause leaves nothing behi
         CHECK(welcome.platform.clock.sleeperCount() == 1);
     }
 }
+
+TEST_CASE("a sign-in in the welcome window that replaces another account is logged, and a first one is not") {
+    Welcome welcome;
+    welcome.tap();
+    welcome.signInEnds("token=t&user_id=1");
+    CHECK(welcome.platform.systemLog.lines.empty());
+    welcome.tap();
+    welcome.signInEnds("token=t&user_id=2");
+    CHECK(welcome.platform.systemLog.lines ==
+          std::vector<std::string>{"[Cadora Helper] the sign-in replaced the account that was signed in"});
+}

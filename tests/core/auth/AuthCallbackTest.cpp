@@ -76,3 +76,23 @@ TEST_CASE("a callback without a query is a failure") {
     CHECK(AuthCallback::parse(URL::constant("cadora:token=t")) == failed);
     CHECK(AuthCallback::parse(URL::constant("cadora://auth#token=t&user_id=u")) == failed);
 }
+
+TEST_CASE("control characters in what would be stored make the callback a failure") {
+    for (const std::string control :
+         {"%00", "%0A", "%0D%0AX-Evil:%20y", "%09", "%1F", "%7F", "%C2%80", "%C2%9F"}) {
+        CAPTURE(control);
+        CHECK(parse("token=t" + control + "&user_id=u") == failed);
+        CHECK(parse("token=t&user_id=" + control + "u") == failed);
+        CHECK(parse("token=t&user_id=u&email=e" + control + "x") == failed);
+    }
+    CHECK(parse("token=t&user_id=u&email=%20~%C2%A0") == success(" ~\xC2\xA0"));
+}
+
+TEST_CASE("a token, user id or e-mail of absurd length makes the callback a failure") {
+    const auto text = [](std::size_t length) { return std::string(length, 'x'); };
+    CHECK(parse("token=" + text(8000) + "&user_id=" + text(255) + "&email=" + text(254)) ==
+          Outcome(Success{text(8000), text(255), text(254)}));
+    CHECK(parse("token=" + text(8001) + "&user_id=u") == failed);
+    CHECK(parse("token=t&user_id=" + text(256)) == failed);
+    CHECK(parse("token=t&user_id=u&email=" + text(255)) == failed);
+}

@@ -158,3 +158,23 @@ TEST_CASE("a credential that can't be removed does not keep the others") {
     AuthService::shared().signOut();
     CHECK(platform.keychain.calls.size() == 4);
 }
+
+TEST_CASE("a sign-in that has succeeded leaves none open that would take another callback") {
+    TestPlatform platform;
+    const auto stale = test::start(platform.mainActor, AuthService::shared().signInWithApple(nullptr));
+    platform.mainActor.runUntilIdle();
+    CHECK(signIn(platform, "token=mine&user_id=1").value);
+    CHECK(platform.webAuthentication.sessions.at(0)->cancellations == 1);
+    CHECK(platform.webAuthentication.sessions.at(1)->cancellations == 0);
+    CHECK(platform.keychain.stored("cadoraToken") == "mine");
+}
+
+TEST_CASE("a sign-in that fails leaves the others open") {
+    TestPlatform platform;
+    const auto waiting = test::start(platform.mainActor, AuthService::shared().signInWithApple(nullptr));
+    platform.mainActor.runUntilIdle();
+    CHECK(signIn(platform, "error=no_account").as<AuthError>());
+    CHECK(signIn(platform, "token=t").as<AuthError>());
+    CHECK(platform.webAuthentication.sessions.at(0)->cancellations == 0);
+    CHECK_FALSE(waiting.outcome->ended());
+}

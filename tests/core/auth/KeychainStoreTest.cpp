@@ -99,3 +99,9 @@ TEST_CASE("the accounts are four, in a fixed order") {
     CHECK(std::vector<std::string>(all.begin(), all.end()) ==
           std::vector<std::string>{"cadoraToken", "cadoraUserId", "appleUserId", "appleEmail"});
 }
+
+TEST_CASE("a new item can be read from the first unlock on, also while nobody is there") {
+    TestPlatform platform;
+    CHECK(KeychainStore::set("t", "cadoraToken"));
+    CHECK(platform.keychain.accessibilities == std::vector{KeychainAccessibility::afterFirstUnlock});
+}

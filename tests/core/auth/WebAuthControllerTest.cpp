@@ -203,3 +203,23 @@ TEST_CASE("without any window, a sign-in is presented over a fresh one that is n
     CHECK(anchor == visits.platform.application.madeWindows[0]);
     CHECK_FALSE(visits.platform.application.madeWindows[0]->isShown);
 }
+
+TEST_CASE("cancelling ends every visit that is under way, not those that have ended or begin afterwards") {
+    Visits visits;
+    visits.begin();
+    visits.end(0, callbackURL, nullptr);
+    const auto first = visits.begin();
+    const auto second = visits.begin();
+    visits.controller.cancelVisits();
+    const auto later = visits.begin();
+    const auto& sessions = visits.platform.webAuthentication.sessions;
+    CHECK(sessions[0]->cancellations == 0);
+    CHECK(sessions[1]->cancellations == 1);
+    CHECK(sessions[2]->cancellations == 1);
+    CHECK(sessions[3]->cancellations == 0);
+    visits.end(1, std::nullopt, std::make_exception_ptr(cancellation()));
+    CHECK(first.outcome->as<PlatformError>() == cancellation());
+    visits.controller.cancelVisits();
+    CHECK(sessions[2]->cancellations == 1);
+    CHECK(sessions[3]->cancellations == 1);
+}

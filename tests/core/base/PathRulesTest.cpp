@@ -39,3 +39,15 @@ TEST_CASE("a name without its extension keeps everything else") {
     CHECK(deletingPathExtension("beat.take2.mp3") == "beat.take2");
     CHECK(deletingPathExtension("   .wav") == "   ");
 }
+
+TEST_CASE("an extension that holds any direction mark is none, and one that holds their neighbours is one") {
+    for (const char* mark : {"\u061C", "\u200E", "\u200F", "\u202A", "\u202E", "\u2066", "\u2069"}) {
+        CAPTURE(mark);
+        CHECK(pathExtension("a.w" + std::string(mark) + "v").empty());
+    }
+    for (const char* other :
+         {"\u061B", "\u061D", "\u200D", "\u2010", "\u2029", "\u202F", "\u2065", "\u206A"}) {
+        CAPTURE(other);
+        CHECK(pathExtension("a.w" + std::string(other) + "v") == "w" + std::string(other) + "v");
+    }
+}

@@ -110,3 +110,19 @@ TEST_CASE("query items keep their order, repetitions and missing values") {
     CHECK(items[3] == std::pair<std::string, std::optional<std::string>>("email", "a+b+c@d"));
     CHECK(URL::parse("cadora://auth")->queryItems().empty());
 }
+
+TEST_CASE("every hexadecimal digit counts for what it is, in both letter cases") {
+    const std::string digits = "0123456789abcdef";
+    const std::string capitals = "0123456789ABCDEF";
+    for (int value = 1; value < 256; ++value) {
+        const char high = digits[static_cast<std::size_t>(value / 16)];
+        const char low = capitals[static_cast<std::size_t>(value % 16)];
+        const auto path = URL::constant(std::string("file:///%") + high + low).filePath();
+        REQUIRE(path);
+        CHECK(path->native() == "/" + std::string(1, static_cast<char>(value)));
+    }
+    for (const char* text : {"a:%0g", "a:%g0", "a:%0G", "a:%0`", "a:%0@", "a:%0/", "a:%0:", "a:%", "a:%0"}) {
+        CAPTURE(text);
+        CHECK_FALSE(URL::parse(text));
+    }
+}

@@ -27,3 +27,12 @@ TEST_CASE("each ill-formed sequence is shown as one replacement character") {
     CHECK(repairedUTF8("\xE8\xAAx") == "\xEF\xBF\xBDx");
     CHECK(repairedUTF8("\xF0\x9F\x8E") == "\xEF\xBF\xBD");
 }
+
+TEST_CASE("a text is shortened in the middle by whole characters, and only if it is too long") {
+    CHECK(shortenedInTheMiddle("abcdef", 6) == "abcdef");
+    CHECK(shortenedInTheMiddle("abcdefg", 6) == "abc…fg");
+    CHECK(shortenedInTheMiddle("abcdefgh", 5) == "ab…gh");
+    CHECK(shortenedInTheMiddle("äöüßéèê", 5) == "äö…èê");
+    CHECK(shortenedInTheMiddle("abc", 1) == "…");
+    CHECK(shortenedInTheMiddle("", 1).empty());
+}

@@ -1,12 +1,15 @@
 #include "outbox/OutboxStore.h"
 
 #include "base/Error.h"
+#include "fakes/Ending.h"
 #include "fakes/TestPlatform.h"
 
 #include <doctest/doctest.h>
 
 #include <fstream>
+#include <functional>
 #include <limits>
+#include <new>
 #include <set>
 
 using namespace cadora;
@@ -50,6 +53,25 @@ bool takesName(const test::TemporaryDirectory& folder, const std::string& name) 
 }
 
 using IDs = std::vector<std::string>;
+
+[[noreturn]] void failOnce(std::function<void()>& hook, int code) {
+    hook = [] {};
+    throw PlatformError("test", code, "the disk is bad");
+}
+
+// An index of two items, the next reading of which fails.
+struct UnreadableOnce {
+    TestPlatform platform;
+    OutboxStore store;
+    std::string index;
+
+    UnreadableOnce() {
+        store.upsert(item("a"));
+        store.upsert(item("b"));
+        index = readFile(store.root() / "outbox.json");
+        platform.fileManager.onRead = [this] { failOnce(platform.fileManager.onRead, 5); };
+    }
+};
 
 } // namespace
 
@@ -290,4 +312,148 @@ TEST_CASE("the outbox survives a restart") {
     }
     OutboxStore store;
     CHECK(store.load() == std::vector<OutboxItem>{staged});
+}
+
+TEST_CASE("an index that can't be read is kept beside the one that replaces it, and the log says where") {
+    UnreadableOnce outbox;
+    auto& files = outbox.platform.fileManager;
+    SUBCASE("under a second name") {}
+    SUBCASE("as a copy where there are no second names") {
+        files.knowsLinks = false;
+    }
+    outbox.store.upsert(item("c"));
+    CHECK(ids(outbox.store) == IDs{"c"});
+    CHECK(readFile(outbox.store.root() / "outbox.json.unread-1") == outbox.index);
+    CHECK(outbox.platform.systemLog.lines ==
+          std::vector<std::string>{"[Cadora Helper] the outbox’s list could not be read (the disk is bad) "
+                                   "and is replaced; it is kept as " +
+                                   (outbox.store.root() / "outbox.json.unread-1").string()});
+    files.onRead = [&] { failOnce(files.onRead, 5); };
+    outbox.store.remove("c");
+    CHECK(ids(outbox.store).empty());
+    CHECK(fs::exists(outbox.store.root() / "outbox.json.unread-2"));
+    CHECK(readFile(outbox.store.root() / "outbox.json.unread-1") == outbox.index);
+}
+
+TEST_CASE("an index that can't be decoded is kept beside the one that replaces it") {
+    TestPlatform platform;
+    OutboxStore store;
+    platform.home.file("data/Cadora/Outbox/outbox.json", "[{\"shortID\":");
+    store.upsert(item("a"));
+    CHECK(ids(store) == IDs{"a"});
+    CHECK(readFile(store.root() / "outbox.json.unread-1") == "[{\"shortID\":");
+    CHECK(platform.systemLog.lines.size() == 1);
+}
+
+TEST_CASE("an index that can be neither read nor kept is replaced, and the log says that it is lost") {
+    UnreadableOnce outbox;
+    for (int number = 1; number <= 100; ++number) {
+        outbox.platform.home.file("data/Cadora/Outbox/outbox.json.unread-" + std::to_string(number),
+                                  "earlier");
+    }
+    outbox.store.upsert(item("c"));
+    CHECK(ids(outbox.store) == IDs{"c"});
+    CHECK(namesIn(outbox.store.root()).size() == 101);
+    CHECK(outbox.platform.systemLog.lines ==
+          std::vector<std::string>{
+              "[Cadora Helper] the outbox’s list could not be read (the disk is bad) and is "
+              "replaced; it is lost, for too many are kept already"});
+}
+
+TEST_CASE("an index that can be read again before it is replaced is not set aside") {
+    UnreadableOnce outbox;
+    CHECK(outbox.store.load().empty());
+    outbox.store.upsert(item("c"));
+    CHECK(ids(outbox.store) == IDs{"a", "b", "c"});
+    CHECK(namesIn(outbox.store.root()) == std::set<std::string>{"outbox.json"});
+    CHECK(outbox.platform.systemLog.lines.empty());
+}
+
+TEST_CASE("loading doesn't fail when the memory doesn't suffice for the index") {
+    UnreadableOnce outbox;
+    outbox.platform.fileManager.onRead = [] { throw std::bad_alloc(); };
+    CHECK(outbox.store.load().empty());
+    outbox.platform.fileManager.onRead = [] {};
+    CHECK(ids(outbox.store) == IDs{"a", "b"});
+}
+
+TEST_CASE(
+    "a write of the index that fails is told in one line of the log, and the next one that succeeds is not") {
+    TestPlatform platform;
+    OutboxStore store;
+    store.upsert(item("a"));
+    platform.fileManager.onWrite = [&] { failOnce(platform.fileManager.onWrite, 28); };
+    const OutboxItem staged = store.stage(platform.home.file("song.wav", "x"), "private");
+    CHECK(staged.sourceFilename == "song.wav");
+    CHECK(ids(store) == IDs{"a"});
+    CHECK(store.saveProblem() == "the disk is bad");
+    const std::vector<std::string> told{"[Cadora Helper] the outbox’s list was not saved: the disk is bad"};
+    CHECK(platform.systemLog.lines == told);
+    store.upsert(staged);
+    CHECK(ids(store) == IDs{"a", staged.shortID});
+    CHECK_FALSE(store.saveProblem());
+    CHECK(platform.systemLog.lines == told);
+}
+
+TEST_CASE("room for the index is kept before a file is copied, and more of it for a longer index") {
+    TestPlatform platform;
+    OutboxStore store;
+    store.stage(platform.home.file("1.wav", "x"), "private");
+    OutboxItem longer = item("a");
+    longer.lastError = std::string(20000, 'e');
+    store.upsert(longer);
+    const auto index = readFile(store.root() / "outbox.json").size();
+    CHECK_THROWS_AS(store.stage(platform.home.path() / "missing.wav", "private"), PlatformError);
+    using Room = std::pair<fs::path, std::size_t>;
+    CHECK(platform.fileManager.rooms == std::vector<Room>{{store.root(), 65536}, {store.root(), 4 * index}});
+}
+
+TEST_CASE("an identifier that is no name of a folder in the outbox has no source, and removing it deletes "
+          "nothing") {
+    TestPlatform platform;
+    OutboxStore store;
+    const auto outside = platform.home.file("precious/source.wav", "x");
+    platform.home.file("data/Cadora/precious/source.wav", "x");
+    platform.home.file("data/Cadora/Outbox/source.wav", "x");
+    store.upsert(item("a"));
+    for (const std::string& shortID :
+         {outside.parent_path().string(), std::string("../precious"), std::string(), std::string("."),
+          std::string(".."), std::string("a/../../precious"), std::string("a/"), std::string("outbox.json"),
+          std::string("a\0b", 3)}) {
+        CAPTURE(shortID);
+        store.upsert(item(shortID));
+        CHECK_FALSE(store.sourceURL(item(shortID)));
+        store.remove(shortID);
+        CHECK(ids(store) == IDs{"a"});
+    }
+    CHECK(readFile(outside) == "x");
+    CHECK(fs::exists(platform.home.path() / "data/Cadora/precious/source.wav"));
+    CHECK(fs::exists(store.root() / "source.wav"));
+}
+
+TEST_CASE("a system without a folder for applications' data ends the program") {
+    TestPlatform platform;
+    platform.fileManager.knowsApplicationSupport = false;
+    CHECK(test::aborts([] { const OutboxStore store; }));
+}
+
+TEST_CASE("what only looks like the source is none: its name begins with source and a dot") {
+    TestPlatform platform;
+    OutboxStore store;
+    platform.home.file("data/Cadora/Outbox/abc/source", "x");
+    platform.home.file("data/Cadora/Outbox/abc/sourcewav", "x");
+    platform.home.file("data/Cadora/Outbox/abc/my source.wav", "x");
+    CHECK_FALSE(store.sourceURL(item("abc")));
+    platform.home.file("data/Cadora/Outbox/abc/source.", "x");
+    CHECK(store.sourceURL(item("abc")) == store.root() / "abc/source.");
+}
+
+TEST_CASE("the longest extension that fits into the copy's name is kept") {
+    TestPlatform platform;
+    OutboxStore store;
+    const std::string extension(248, 'x');
+    const auto longest = store.stage(platform.home.file("a." + extension, "x"), "private");
+    CHECK(namesIn(store.root() / longest.shortID) == std::set<std::string>{"source." + extension});
+    const auto tooLong = store.stage(platform.home.file("a." + extension + "x", "x"), "private");
+    CHECK(namesIn(store.root() / tooLong.shortID) == std::set<std::string>{"source.audio"});
 }

@@ -147,3 +147,21 @@ TEST_CASE("cancelling the task cancels the export") {
     CHECK(platform.mediaFramework.cancelledExports == 1);
     CHECK(awaited.outcome->as<CancellationError>());
 }
+
+TEST_CASE("an output of an earlier attempt is deleted in the background, after the session is made") {
+    TestPlatform platform;
+    const auto output = platform.home.file("recording.m4a", "earlier");
+    bool isInBackground = false;
+    bool wasThere = false;
+    platform.background.onRun = [&](bool isRunning) {
+        isInBackground = isRunning;
+        wasThere = wasThere || (isRunning && std::filesystem::exists(output));
+        CHECK(platform.mediaFramework.presets.size() == 1);
+    };
+    platform.mediaFramework.onExport = [&](const auto&) { CHECK_FALSE(std::filesystem::exists(output)); };
+    const auto outcome =
+        test::await(platform.mainActor, Transcoder::toM4A(platform.home.file("a.wav", "x"), output));
+    CHECK(outcome.value == 12.5);
+    CHECK(wasThere);
+    CHECK_FALSE(isInBackground);
+}

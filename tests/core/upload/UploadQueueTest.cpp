@@ -1,11 +1,15 @@
 #include "upload/UploadQueue.h"
 
+#include "api/AuthError.h"
 #include "api/WireTypes.h"
 #include "base/Deployment.h"
+#include "fakes/Ending.h"
 #include "fakes/TestPlatform.h"
 
 #include <doctest/doctest.h>
 
+#include <algorithm>
+#include <limits>
 #include <string>
 #include <vector>
 
@@ -563,4 +567,140 @@ TEST_CASE("a pass waits for an item's upload attempts before it goes on to the n
     CHECK(desk.requests() == "presign put ");
     desk.settle();
     CHECK(desk.requests() == "presign put put sync presign put sync ");
+}
+
+TEST_CASE("signed out counts before a source that is gone") {
+    Desk desk;
+    desk.platform.keychain.items.clear();
+    const OutboxItem item = desk.put("a", OutboxState::staged);
+    fs::remove_all(desk.store.root() / item.shortID);
+    desk.pass();
+    CHECK(desk.only().lastError == "notSignedIn");
+    CHECK(desk.only().state == OutboxState::deferredAuth);
+}
+
+TEST_CASE("an item without a visibility is sent as private, whatever is chosen now") {
+    Desk desk;
+    desk.platform.userDefaults.set("defaultVisibility", PropertyValue("subscribers"));
+    desk.put("a", OutboxState::uploaded);
+    desk.pass();
+    CHECK(desk.platform.urlSession.sent.at(0).request.httpBody ==
+          R"({"uuid":"a","body":"a","visibility":"private","uploaded_files":["audio"]})");
+}
+
+TEST_CASE("an item is told as sent before it is removed") {
+    Desk desk;
+    desk.put("a", OutboxState::uploaded);
+    desk.platform.fileManager.onWrite = [&] { desk.platform.trace.add("write"); };
+    desk.platform.trace.clear();
+    desk.pass();
+    Texts steps = desk.platform.trace.steps();
+    std::erase(steps, "post");
+    CHECK(steps ==
+          Texts{"notify Sent to Cadora ✓", "write", "removeItem " + (desk.store.root() / "a").string()});
+}
+
+TEST_CASE("a failure is stored, then notified, then told to who watches the queue") {
+    Desk desk;
+    desk.put("a", OutboxState::staged);
+    desk.platform.keychain.items.clear();
+    desk.platform.fileManager.onWrite = [&] { desk.platform.trace.add("write"); };
+    desk.queue.onChange = [&] { desk.platform.trace.add("change"); };
+    desk.platform.trace.clear();
+    desk.pass();
+    CHECK(desk.platform.trace.steps() == Texts{"post", "write", "notify Couldn’t send to Cadora", "change"});
+}
+
+TEST_CASE("more attempts than can be counted end the program") {
+    Desk desk;
+    OutboxItem item = desk.put("a", OutboxState::staged);
+    desk.platform.keychain.items.clear();
+    item.attempts = std::numeric_limits<std::int64_t>::max() - 1;
+    desk.store.upsert(item);
+    desk.pass();
+    CHECK(desk.only().attempts == std::numeric_limits<std::int64_t>::max());
+    CHECK(test::aborts([&] { desk.pass(); }));
+}
+
+TEST_CASE("an error's text that is not UTF-8 is stored as what can be shown of it") {
+    Desk desk;
+    desk.stage("song.wav");
+    desk.platform.mediaFramework.duration = std::make_exception_ptr(PlatformError("media", 1, "caf\xE9.wav"));
+    desk.pass();
+    CHECK(desk.only().lastError == "caf\xEF\xBF\xBD.wav");
+    CHECK(desk.only().state == OutboxState::failed);
+}
+
+TEST_CASE("a retry tells of the change before it kicks") {
+    Desk desk;
+    desk.put("a", OutboxState::failed);
+    desk.queue.onChange = [&] { desk.platform.trace.add("change"); };
+    desk.platform.trace.clear();
+    desk.queue.retryFailed();
+    CHECK(desk.platform.trace.steps() == Texts{"change", "post"});
+}
+
+TEST_CASE("nobody needs to watch the queue") {
+    Desk desk;
+    desk.queue.onChange = nullptr;
+    desk.stage("song.wav");
+    desk.put("a", OutboxState::failed);
+    desk.pass();
+    CHECK(desk.notices() == sent);
+    desk.queue.retryFailed();
+    desk.settle();
+    CHECK(desk.store.load().empty());
+}
+
+TEST_CASE("a session that can't be renewed defers the item, and a missing account fails it") {
+    for (const auto& [error, state] : {std::pair(AuthError::refreshFailed(), OutboxState::deferredAuth),
+                                       std::pair(AuthError::noAccount(), OutboxState::failed),
+                                       std::pair(AuthError::badResponse(), OutboxState::failed)}) {
+        CAPTURE(error.text());
+        Desk desk;
+        desk.put("a", OutboxState::uploaded);
+        desk.platform.urlSession.reset();
+        desk.platform.urlSession.fail(syncPath, std::make_exception_ptr(error));
+        desk.pass();
+        CHECK(rawValue(desk.only().state) == rawValue(state));
+        CHECK(desk.only().lastError == error.text());
+    }
+}
+
+TEST_CASE("who signs out between two steps sends the next request without credentials") {
+    Desk desk;
+    desk.stage("song.wav");
+    desk.queue.kick();
+    while (desk.platform.urlSession.count(storePath) == 0 && desk.platform.mainActor.runTurn()) {
+    }
+    desk.platform.keychain.items.clear();
+    desk.settle();
+    REQUIRE(desk.platform.urlSession.count(syncPath) == 1);
+    CHECK_FALSE(desk.platform.urlSession.sent.back().request.headers.value("Authorization"));
+    CHECK(desk.platform.urlSession.sent.front().request.headers.value("Authorization") == "Bearer t");
+}
+
+TEST_CASE("a notification that the user has forbidden changes nothing else") {
+    Desk desk;
+    desk.platform.notificationCenter.isDenied = true;
+    desk.stage("song.wav");
+    desk.put("a", OutboxState::transcoded);
+    desk.pass();
+    CHECK(desk.notices().empty());
+    CHECK(desk.platform.systemLog.lines.empty());
+    CHECK(desk.requests() == "presign put sync presign put sync ");
+    CHECK(desk.store.load().empty());
+}
+
+TEST_CASE("a request is built and its answer judged in the background") {
+    Desk desk;
+    desk.put("a", OutboxState::uploaded);
+    desk.platform.background.onRun = [&](bool isRunning) {
+        desk.platform.trace.add(isRunning ? "background" : "main");
+    };
+    desk.platform.trace.clear();
+    desk.pass();
+    // Building, the credentials, judging.
+    const Texts steps = desk.platform.trace.steps();
+    CHECK(std::count(steps.begin(), steps.end(), "background") == 3);
 }

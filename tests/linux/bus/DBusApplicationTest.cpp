@@ -71,6 +71,13 @@ struct Fixture {
     QDBusMessage sendToCadora(const QStringList& uris, const QString& userData = {}) {
         return call("com.norvelant.cadora.mac.Services", "sendToCadora", {uris, userData});
     }
+    static QDBusMessage problemsQuestion() {
+        return QDBusMessage::createMethodCall("com.norvelant.cadora.mac", "/com/norvelant/cadora/mac",
+                                              "com.norvelant.cadora.mac.Staging", "problems");
+    }
+    QStringList problems() {
+        return call("com.norvelant.cadora.mac.Staging", "problems", {}).arguments().value(0).toStringList();
+    }
     QDBusMessage open(const QStringList& uris) {
         return call("org.freedesktop.Application", "Open", {uris, QVariantMap()});
     }
@@ -161,6 +168,59 @@ TEST_CASE_FIXTURE(Fixture, "the interfaces describe themselves") {
     CHECK(description.contains("<arg name=\"uris\" type=\"as\" direction=\"in\"/>"));
     CHECK(description.contains("<arg name=\"error\" type=\"s\" direction=\"out\"/>"));
     CHECK(description.contains("<interface name=\"org.freedesktop.Application\">"));
+}
+
+TEST_CASE_FIXTURE(Fixture,
+                  "a caller that asks is told what could not be staged of its files, once that is known") {
+    CHECK(sendToCadora({"file:///a.wav"}).arguments() == QVariantList{QString()});
+    const QDBusPendingCall question = caller.asyncCall(problemsQuestion());
+    // An answer to this means that the question has arrived.
+    CHECK(sendToCadora({"file:///b.wav"}).arguments() == QVariantList{QString()});
+    CHECK_FALSE(question.isFinished());
+    application.staged({"“a.wav” couldn’t be copied"});
+    application.staged({});
+    REQUIRE(loop.runUntil([&] { return question.isFinished(); }));
+    CHECK(question.reply().arguments() == QVariantList{QStringList{"“a.wav” couldn’t be copied"}});
+    CHECK(problems().isEmpty());
+}
+
+TEST_CASE_FIXTURE(Fixture, "problems are told to nobody but the caller whose files they are about") {
+    QDBusConnection other = bus.connect();
+    sendToCadora({"file:///a.wav"});
+    open({"file:///b.wav"});
+    application.staged({"first"});
+    application.staged({"of a start of the program"});
+    const QDBusPendingCall question = other.asyncCall(problemsQuestion());
+    REQUIRE(loop.runUntil([&] { return question.isFinished(); }));
+    CHECK(question.reply().arguments() == QVariantList{QStringList{}});
+    CHECK(problems() == QStringList{"first"});
+}
+
+TEST_CASE_FIXTURE(Fixture, "a request that was refused has no problems to wait for") {
+    provider.errorText = "No file to send to Cadora.";
+    sendToCadora({});
+    CHECK(problems().isEmpty());
+}
+
+TEST_CASE_FIXTURE(Fixture, "the problems of callers that never ask are forgotten, the earliest first") {
+    for (int i = 0; i < 65; ++i) {
+        sendToCadora({"file:///a.wav"});
+    }
+    for (int i = 0; i < 65; ++i) {
+        application.staged({std::to_string(i)});
+    }
+    CHECK(problems().size() == 64);
+}
+
+TEST_CASE_FIXTURE(Fixture, "a file's URI that is not well-formed is logged and told, and the rest goes on") {
+    CHECK(sendToCadora({"file:///100%.wav", "file:///b.wav"}).arguments() == QVariantList{QString()});
+    REQUIRE(provider.calls.size() == 1);
+    CHECK(provider.calls[0].urls == std::vector<std::string>{"file:///b.wav"});
+    CHECK(log.lines ==
+          std::vector<std::string>{
+              "[Cadora Helper] stage failed: “100%.wav” has an address that is not well-formed"});
+    application.staged({});
+    CHECK(problems() == QStringList{"“100%.wav” has an address that is not well-formed"});
 }
 
 TEST_CASE("the name has one owner, and is free again when that one ends") {

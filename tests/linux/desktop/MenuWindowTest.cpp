@@ -188,4 +188,19 @@ TEST_CASE("Escape and Ctrl+W close the menu's window") {
     CHECK_FALSE(fixture.window.isVisible());
 }
 
+TEST_CASE_FIXTURE(Fixture, "a long name makes the window no wider, and is whole in the tool tip") {
+    const std::string whole = std::string(250, 'W') + ".wav — failed";
+    window.showMenu(sample(std::string(64, 'W')), target);
+    widgets.loop.runPending();
+    const int widest = window.sizeHint().width();
+    window.showMenu(sample(whole), target);
+    widgets.loop.runPending();
+    CHECK(window.sizeHint().width() <= widest);
+    bool isFound = false;
+    for (const QLabel* const label : Widgets::visible<QLabel>(window)) {
+        isFound = isFound || (label->text() != label->toolTip() && label->toolTip().toStdString() == whole);
+    }
+    CHECK(isFound);
+}
+
 } // namespace cadora::test

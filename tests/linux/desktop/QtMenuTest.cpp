@@ -166,6 +166,20 @@ TEST_CASE("a command may take its own item away") {
     CHECK(lines(menu.widget()) == std::vector<std::string>{"a (disabled)"});
 }
 
+TEST_CASE("a long name is drawn shortened in the middle, its state in sight, and whole in the tool tip") {
+    const Widgets widgets;
+    RecordingTarget target;
+    QtMenu menu(QtMenu::Reader::widgets);
+    const std::string whole = std::string(250, 'x') + ".wav — failed";
+    menu.show({MenuInformation{whole}, MenuInformation{"a.wav — failed"}}, target);
+    CHECK(menu.widget().actions()[0]->text().toStdString() ==
+          std::string(32, 'x') + "…" + std::string(18, 'x') + ".wav — failed");
+    CHECK(menu.widget().actions()[0]->toolTip().toStdString() == whole);
+    CHECK(menu.widget().toolTipsVisible());
+    menu.show({MenuInformation{"b.wav — failed"}}, target);
+    CHECK(menu.widget().actions()[0]->toolTip() == "b.wav — failed");
+}
+
 TEST_CASE("file names with the letters that mark shortcuts are shown as they are") {
     const Widgets widgets;
     RecordingTarget target;

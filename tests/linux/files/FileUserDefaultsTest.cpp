@@ -1,5 +1,6 @@
 #include "hosts/linux/files/FileUserDefaults.h"
 
+#include "fakes/Recorders.h"
 #include "fakes/TemporaryDirectory.h"
 #include "hosts/linux/files/PosixFileManager.h"
 
@@ -24,7 +25,8 @@ struct Fixture {
     TemporaryDirectory folder;
     PosixFileManager fileManager{folder.path()};
     std::filesystem::path file = folder.path() / "config" / "Cadora" / "domain.json";
-    FileUserDefaults defaults{fileManager, file};
+    RecordingSystemLog log;
+    FileUserDefaults defaults{fileManager, file, log};
 
     void write(const std::string& content) {
         std::filesystem::create_directories(file.parent_path());
@@ -52,10 +54,11 @@ TEST_CASE_FIXTURE(Fixture, "the file appears with the first value, and nothing e
 
 TEST_CASE_FIXTURE(Fixture, "values outlive the object, each domain in its own file") {
     defaults.set("hideMenuBarIcon", true);
-    FileUserDefaults other(fileManager, file.parent_path() / "pbs.json");
+    FileUserDefaults other(fileManager, file.parent_path() / "pbs.json", log);
     other.set("hideMenuBarIcon", false);
-    CHECK(FileUserDefaults(fileManager, file).boolean("hideMenuBarIcon"));
-    CHECK_FALSE(FileUserDefaults(fileManager, file.parent_path() / "pbs.json").boolean("hideMenuBarIcon"));
+    CHECK(FileUserDefaults(fileManager, file, log).boolean("hideMenuBarIcon"));
+    CHECK_FALSE(
+        FileUserDefaults(fileManager, file.parent_path() / "pbs.json", log).boolean("hideMenuBarIcon"));
 }
 
 TEST_CASE_FIXTURE(Fixture, "a change that somebody makes to the file counts at once") {
@@ -121,9 +124,23 @@ TEST_CASE_FIXTURE(Fixture, "a value that JSON can't hold is dropped, and the fil
 
 TEST_CASE("without a place for the file everything is absent and nothing is written") {
     PosixFileManager fileManager(std::nullopt);
-    FileUserDefaults defaults(fileManager, {});
+    RecordingSystemLog log;
+    FileUserDefaults defaults(fileManager, {}, log);
     defaults.set("a", "1");
     CHECK_FALSE(defaults.object("a"));
+}
+
+TEST_CASE_FIXTURE(Fixture,
+                  "a setting that can't be stored is told in one line of the log, and one that can is not") {
+    defaults.set("a", "1");
+    CHECK(log.lines.empty());
+    const auto place = file.parent_path();
+    std::filesystem::remove(file);
+    std::filesystem::remove(place);
+    std::ofstream(place) << "a file where the place should be";
+    defaults.set("defaultVisibility", "subscribers");
+    REQUIRE(log.lines.size() == 1);
+    CHECK(log.lines[0].starts_with("[Cadora Helper] the setting “defaultVisibility” was not stored: “"));
 }
 
 TEST_CASE_FIXTURE(Fixture, "writes from several threads are all kept") {

@@ -1,5 +1,6 @@
 #include "contract/UserDefaultsUnderTest.h"
 
+#include "fakes/Recorders.h"
 #include "fakes/TemporaryDirectory.h"
 #include "hosts/linux/files/FileUserDefaults.h"
 #include "hosts/linux/files/PosixFileManager.h"
@@ -15,7 +16,8 @@ public:
 private:
     TemporaryDirectory folder_;
     PosixFileManager fileManager_{folder_.path()};
-    FileUserDefaults defaults_{fileManager_, folder_.path() / "domain.json"};
+    RecordingSystemLog log_;
+    FileUserDefaults defaults_{fileManager_, folder_.path() / "domain.json", log_};
 };
 
 } // namespace

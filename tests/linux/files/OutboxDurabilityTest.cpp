@@ -12,6 +12,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <fstream>
+#include <optional>
 
 using namespace cadora;
 using test::Next;
@@ -140,6 +142,40 @@ private:
     std::string last_;
 };
 
+// Where temporary directories are made for as long as it lives: a disk of half a megabyte. Only root can have
+// one.
+class SmallDisk {
+public:
+    SmallDisk() {
+        if (const char* const name = std::getenv("TMPDIR")) {
+            usual_ = name;
+        }
+        isMounted_ = ::mount("none", place_.path().c_str(), "tmpfs", 0, "size=512k") == 0;
+        ::setenv("TMPDIR", place_.path().c_str(), 1);
+    }
+    SmallDisk(const SmallDisk&) = delete;
+    SmallDisk& operator=(const SmallDisk&) = delete;
+    ~SmallDisk() {
+        usual_ ? ::setenv("TMPDIR", usual_->c_str(), 1) : ::unsetenv("TMPDIR");
+        if (isMounted_) {
+            ::umount2(place_.path().c_str(), MNT_DETACH);
+        }
+    }
+
+    bool isMounted() const { return isMounted_; }
+
+    // Leaves this much room, and no more.
+    void fillUpTo(std::size_t left) const {
+        std::ofstream(place_.path() / "filler")
+            << std::string(fs::space(place_.path()).available - left, 'f');
+    }
+
+private:
+    TemporaryDirectory place_;
+    std::optional<std::string> usual_;
+    bool isMounted_ = false;
+};
+
 } // namespace
 
 TEST_CASE(
@@ -238,4 +274,21 @@ TEST_CASE("the power may fail before any system call of staging, and what has be
         requireWhole(root, before, after);
     }
     CHECK(readFile(root / "outbox.json") == after);
+}
+
+TEST_CASE("a recording that takes the last of the disk is in the outbox, and one that is removed there goes "
+          "for good") {
+    const SmallDisk disk;
+    if (!disk.isMounted()) {
+        MESSAGE("not checked: mounting a file system takes root");
+        return;
+    }
+    Scene scene;
+    disk.fillUpTo((sound.size() + 4095) / 4096 * 4096);
+    const OutboxItem last = scene.store.stage(scene.sent, "private");
+    CHECK(scene.store.load() == std::vector<OutboxItem>{scene.item, last});
+    disk.fillUpTo(0);
+    scene.store.remove(scene.item.shortID);
+    CHECK(scene.store.load() == std::vector<OutboxItem>{last});
+    CHECK(scene.platform.systemLog.lines.empty());
 }

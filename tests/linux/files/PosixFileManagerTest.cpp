@@ -144,6 +144,34 @@ private:
     std::optional<MountedFileSystem> mounted_;
 };
 
+// Leaves no descriptor to anybody else for as long as it lives.
+class AllDescriptors {
+public:
+    AllDescriptors() {
+        ::getrlimit(RLIMIT_NOFILE, &before_);
+        const rlimit few{200, before_.rlim_max};
+        ::setrlimit(RLIMIT_NOFILE, &few);
+        for (int file = 0; (file = ::open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
+            files_.emplace_back(file);
+        }
+    }
+    AllDescriptors(const AllDescriptors&) = delete;
+    AllDescriptors& operator=(const AllDescriptors&) = delete;
+    ~AllDescriptors() { ::setrlimit(RLIMIT_NOFILE, &before_); }
+
+private:
+    rlimit before_{};
+    std::vector<cadora::FileDescriptor> files_;
+};
+
+// Fills the file system that holds `file`, to the last block.
+void fillDisk(const fs::path& file) {
+    const cadora::FileDescriptor filler(::open(file.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600));
+    const std::string block(4096, 'f');
+    while (::write(filler.get(), block.data(), block.size()) > 0) {
+    }
+}
+
 } // namespace
 
 TEST_CASE("application support is XDG_DATA_HOME where that is an absolute path") {
@@ -471,4 +499,75 @@ TEST_CASE("the first write clears away the temporaries that a crash left, and no
     std::sort(left.begin(), left.end());
     CHECK(left == std::vector<fs::path>{".index.0123456789abcdeg.tmp", ".index.fedcba9876543210.tmp",
                                         ".other.0123456789abcdef.tmp", "index"});
+}
+
+TEST_CASE("where no descriptor is left, the reserve serves reading, writing, listing and removing, again and "
+          "again") {
+    const TemporaryDirectory directory;
+    PosixFileManager files(std::nullopt);
+    directory.file("index", "before");
+    directory.file("folder/a", "a");
+    {
+        const AllDescriptors none;
+        CHECK(::open("/dev/null", O_RDONLY) == -1);
+        for (int round = 0; round < 3; ++round) {
+            CHECK(files.contents(directory.path() / "index") == "before");
+            CHECK(files.contentsOfDirectory(directory.path() / "folder").size() == 1);
+            files.writeAtomically(directory.path() / "index", "before");
+        }
+        files.removeItem(directory.path() / "folder");
+    }
+    CHECK_FALSE(fs::exists(directory.path() / "folder"));
+    CHECK(readFile(directory.path() / "index") == "before");
+}
+
+TEST_CASE("room that was kept lets a file be replaced on a full disk, again and again, and no longer than it "
+          "suffices") {
+    const TemporaryDirectory directory;
+    fs::create_directory(directory.path() / "small");
+    const SmallFileSystem small(directory.path() / "small", "size=512k");
+    if (!small.isMounted()) {
+        MESSAGE("not checked: mounting a file system takes root");
+        return;
+    }
+    const fs::path index = directory.path() / "small/index";
+    PosixFileManager files(std::nullopt);
+    files.writeAtomically(index, "first");
+    files.keepRoom(directory.path() / "small", 65536);
+    fillDisk(directory.path() / "small/filler");
+    CHECK(failureOf([&] { PosixFileManager(std::nullopt).writeAtomically(index, "by another"); })->code() ==
+          ENOSPC);
+    for (int round = 0; round < 3; ++round) {
+        files.writeAtomically(index, std::string(20000, static_cast<char>('a' + round)));
+    }
+    CHECK(failureOf([&] { files.writeAtomically(index, std::string(200000, 'x')); })->code() == ENOSPC);
+    CHECK(readFile(index) == std::string(20000, 'c'));
+    CHECK(names(directory.path() / "small").size() == 2);
+}
+
+TEST_CASE("a file too large to be read whole is an error, not the end of the memory") {
+    const TemporaryDirectory directory;
+    const fs::path file = directory.file("index", "");
+    fs::resize_file(file, 1ULL << 42U);
+    const auto error = failureOf([&] { PosixFileManager(std::nullopt).contents(file); });
+    REQUIRE(error);
+    CHECK(*error == PlatformError("POSIX", EFBIG, "“index” couldn’t be read: it is too large"));
+}
+
+TEST_CASE(
+    "a folder of more than 10,000 entries, wherever they lie in it, is refused before anything is copied") {
+    const TemporaryDirectory directory;
+    PosixFileManager files(std::nullopt);
+    fs::create_directories(directory.path() / "project/inner/deep");
+    for (int i = 0; i < 9998; ++i) {
+        fs::create_symlink("nowhere", directory.path() / "project/inner" / std::to_string(i));
+    }
+    files.copyItem(directory.path() / "project", directory.path() / "copy");
+    CHECK(names(directory.path() / "copy/inner").size() == 9999);
+    fs::create_symlink("nowhere", directory.path() / "project/inner/deep/one");
+    const auto error =
+        failureOf([&] { files.copyItem(directory.path() / "project", directory.path() / "second"); });
+    REQUIRE(error);
+    CHECK(error->text() == "“project” couldn’t be copied: it holds more than 10,000 files and folders");
+    CHECK_FALSE(fs::exists(directory.path() / "second"));
 }

@@ -34,6 +34,13 @@ TEST_CASE("an empty list, and one of nothing usable, is an empty pasteboard") {
     CHECK(textsOf(URIListPasteboard({"", "file:///100%.wav"})).empty());
 }
 
+TEST_CASE("a file's URI that is not well-formed is remembered apart") {
+    const URIListPasteboard pasteboard(
+        {"file:///a.wav", "file:///100%.wav", "FILE:///%zz", "https://e.example/100%", "100%", ""});
+    CHECK(textsOf(pasteboard) == Texts{"file:///a.wav"});
+    CHECK(pasteboard.malformedFileURIs() == Texts{"file:///100%.wav", "FILE:///%zz"});
+}
+
 TEST_CASE("a URI that shows its name unescaped names the same file") {
     const URIListPasteboard pasteboard({"file:///home/u/Żółć & \"x\".wav"});
     REQUIRE(pasteboard.readURLs().size() == 1);

@@ -2,6 +2,7 @@
 
 #include "base/Error.h"
 #include "fakes/InlineBackgroundExecutor.h"
+#include "fakes/ManualClock.h"
 #include "fakes/Recorders.h"
 #include "hosts/linux/desktop/QtWindow.h"
 #include "hosts/linux/sign-in/SignInSheet.h"
@@ -97,8 +98,9 @@ struct Fixture {
     FakeKeyring keyring;
     FakeScheme scheme;
     FakeBrowser browser;
-    std::unique_ptr<BrowserWebAuthentication> authentication =
-        std::make_unique<BrowserWebAuthentication>(mainActor, background, services, keyring, scheme, browser);
+    ManualClock clock;
+    std::unique_ptr<BrowserWebAuthentication> authentication = std::make_unique<BrowserWebAuthentication>(
+        mainActor, background, services, keyring, scheme, browser, clock);
 
     static std::shared_ptr<QtWindow> makeWindow() {
         auto window = std::make_shared<QtWindow>(WindowDescription{460, 520, "Cadora Helper"}, nullptr);
@@ -385,6 +387,7 @@ TEST_CASE("of sign-ins over two windows the later gets the callback, and the oth
     CHECK(later->ends == std::vector<std::string>{callback});
     CHECK(earlier->ends.empty());
     CHECK(Fixture::sheets().size() == 1);
+    fixture.settle();
     fixture.services.open({"cadora://callback?token=second&user_id=1"});
     CHECK(earlier->ends == std::vector<std::string>{"cadora://callback?token=second&user_id=1"});
 }
@@ -437,6 +440,85 @@ TEST_CASE("the sheet takes the keyboard from nobody, and grows with the desktop'
         CHECK(label->visibleRegion().boundingRect() == label->rect());
     }
     Widgets::savePicture(Fixture::sheet(), "sign-in-sheet-large-font");
+}
+
+TEST_CASE(
+    "a sign-in that nobody finishes ends by itself, counted from the last time that its page was opened") {
+    using namespace std::chrono_literals;
+    Fixture fixture;
+    const std::vector<std::string> late{"The sign-in was not finished in time."};
+    SUBCASE("while the browser is open") {
+        const auto visit = fixture.begin();
+        fixture.clock.advance(14min);
+        fixture.press("Open Page Again");
+        fixture.clock.advance(14min);
+        CHECK(visit->ends.empty());
+        fixture.clock.advance(1min);
+        CHECK(visit->ends == late);
+        CHECK(Fixture::sheets().empty());
+        fixture.services.open({callback});
+        CHECK(visit->ends == late);
+    }
+    SUBCASE("while the keyring asks") {
+        fixture.keyring.answers = false;
+        const auto visit = fixture.begin();
+        fixture.clock.advance(15min);
+        CHECK(visit->ends == late);
+    }
+    CHECK(fixture.clock.sleeperCount() == 0);
+}
+
+TEST_CASE("a callback that comes before the one ahead of it was looked at goes to no other sign-in") {
+    Fixture fixture;
+    const auto earlier = fixture.begin();
+    const auto later = fixture.begin(Fixture::makeWindow());
+    fixture.services.open({callback, "cadora://callback?token=planted&user_id=666"});
+    fixture.services.open({"cadora://callback?token=planted&user_id=666"});
+    CHECK(later->ends == std::vector<std::string>{callback});
+    CHECK(earlier->ends.empty());
+    CHECK(fixture.log.lines.size() == 2);
+}
+
+TEST_CASE("a visit that ended waits for no time") {
+    Fixture fixture;
+    const auto visit = fixture.begin();
+    fixture.services.open({callback});
+    CHECK(fixture.clock.sleeperCount() == 0);
+}
+
+TEST_CASE("a visit can be cancelled by who asked for it, once, and not before its start") {
+    Fixture fixture;
+    const auto visit = fixture.make();
+    visit->session->cancel();
+    CHECK(visit->ends.empty());
+    REQUIRE(visit->session->start());
+    fixture.settle();
+    visit->session->cancel();
+    visit->session->cancel();
+    CHECK(visit->ends == Fixture::cancelled());
+    CHECK(Fixture::sheets().empty());
+    fixture.services.open({callback});
+    CHECK(visit->ends == Fixture::cancelled());
+}
+
+TEST_CASE(
+    "what doesn't have the form of the site's redirect is no callback, and the sign-in goes on waiting") {
+    Fixture fixture;
+    const auto visit = fixture.begin();
+    for (const std::string& url :
+         {std::string("cadora:token=t&user_id=1"), std::string("cadora:?token=t&user_id=1"),
+          std::string("cadora:///?token=t&user_id=1"), std::string("cadora://callback"),
+          std::string("cadora://me@callback?token=t&user_id=1"),
+          std::string("cadora://callback:1?token=t&user_id=1"),
+          std::string("cadora://callback?token=t&user_id=1#more"),
+          std::string("cadora://callback?user_id=1&token=") + std::string(16384, 't')}) {
+        CAPTURE(url.substr(0, 60));
+        fixture.services.open({url});
+        CHECK(visit->ends.empty());
+    }
+    CHECK(fixture.log.lines.size() == 8);
+    fixture.services.open({"cadora://auth/desktop?token=t&user_id=1&email=a@b"});
+    CHECK(visit->ends == std::vector<std::string>{"cadora://auth/desktop?token=t&user_id=1&email=a@b"});
 }
 
 } // namespace cadora::test

@@ -66,4 +66,32 @@ TEST_CASE("destroying the executor waits for the jobs that run, and no job outli
     CHECK(held.use_count() == 1);
 }
 
+TEST_CASE("once the executor has been ended no job uses anything any more, nor does one that comes later") {
+    ThreadBackgroundExecutor executor;
+    const auto used = std::make_shared<std::atomic<int>>(0);
+    std::promise<void> begun[2];
+    std::promise<void> release;
+    const std::shared_future<void> released = release.get_future().share();
+    for (auto& promise : begun) {
+        executor.run([&promise, released, used] {
+            promise.set_value();
+            released.wait();
+            ++*used;
+        });
+    }
+    for (auto& promise : begun) {
+        promise.get_future().wait();
+    }
+    executor.run([used] { *used += 100; });
+    std::thread releaser([&] { release.set_value(); });
+    executor.end();
+    releaser.join();
+    CHECK(*used == 2);
+    CHECK(used.use_count() == 1);
+    executor.run([used] { *used += 1000; });
+    executor.end();
+    CHECK(*used == 2);
+    CHECK(used.use_count() == 1);
+}
+
 } // namespace cadora::test

@@ -41,15 +41,45 @@ class ServicesAdaptor : public QDBusAbstractAdaptor {
                                        "</interface>\n")
 
 public:
-    using Send = std::function<QString(const QStringList& uris, const QString& userData)>;
+    using Send =
+        std::function<QString(const QStringList& uris, const QString& userData, const QString& caller)>;
 
     ServicesAdaptor(QObject& object, Send send) : QDBusAbstractAdaptor(&object), send_(std::move(send)) {}
 
 public Q_SLOTS:
-    QString sendToCadora(const QStringList& uris, const QString& userData) { return send_(uris, userData); }
+    QString sendToCadora(const QStringList& uris, const QString& userData, const QDBusMessage& message) {
+        return send_(uris, userData, message.service());
+    }
 
 private:
     Send send_;
+};
+
+// What becomes of the files of a caller's send requests, which are answered before the files are copied.
+class StagingAdaptor : public QDBusAbstractAdaptor {
+    Q_OBJECT
+    Q_CLASSINFO("D-Bus Interface", "com.norvelant.cadora.mac.Staging")
+    Q_CLASSINFO("D-Bus Introspection", "<interface name=\"com.norvelant.cadora.mac.Staging\">\n"
+                                       "  <method name=\"problems\">\n"
+                                       "    <arg name=\"problems\" type=\"as\" direction=\"out\"/>\n"
+                                       "  </method>\n"
+                                       "</interface>\n")
+
+public:
+    // Answers the message some time.
+    using Ask = std::function<void(const QDBusMessage& message)>;
+
+    StagingAdaptor(QObject& object, Ask ask) : QDBusAbstractAdaptor(&object), ask_(std::move(ask)) {}
+
+public Q_SLOTS:
+    QStringList problems(const QDBusMessage& message) {
+        message.setDelayedReply(true);
+        ask_(message);
+        return {};
+    }
+
+private:
+    Ask ask_;
 };
 
 // The desktop's own way to open a program.

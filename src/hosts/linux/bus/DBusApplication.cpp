@@ -1,16 +1,21 @@
 #include "hosts/linux/bus/DBusApplication.h"
 
 #include "base/Error.h"
+#include "base/PathRules.h"
+#include "base/UTF8.h"
 #include "hosts/linux/files/URIList.h"
 
 #include <QDBusConnectionInterface>
 #include <QDBusReply>
 
+#include <algorithm>
 #include <utility>
 
 namespace cadora {
 
 namespace {
+
+constexpr std::size_t mostRequestsRemembered = 64;
 
 std::vector<std::string> texts(const QStringList& list) {
     std::vector<std::string> result;
@@ -32,8 +37,13 @@ dbus::ApplicationAdaptor::Refusal refusal(const std::string& reason) {
 DBusApplication::DBusApplication(QDBusConnection bus, SystemLog& systemLog)
     : bus_(std::move(bus)), systemLog_(systemLog), object_(bus_) {
     // The adaptors belong to the object, which deletes them.
-    new dbus::ServicesAdaptor(object_, [this](const QStringList& uris, const QString& userData) {
-        return QString::fromStdString(send(texts(uris), userData.toStdString()));
+    new dbus::ServicesAdaptor(
+        object_, [this](const QStringList& uris, const QString& userData, const QString& caller) {
+            return QString::fromStdString(send(texts(uris), userData.toStdString(), caller));
+        });
+    new dbus::StagingAdaptor(object_, [this](const QDBusMessage& message) {
+        waiting_.push_back(message);
+        answerWaiting();
     });
     new dbus::ApplicationAdaptor(object_, bus_, calls());
     bus_.registerObject(QString::fromLatin1(dbus::objectPath), &object_, QDBusConnection::ExportAdaptors);
@@ -131,16 +141,63 @@ std::string DBusApplication::open(const std::vector<std::string>& urisAndPaths) 
             toSend.push_back(text);
         }
     }
-    return toSend.empty() && !urisAndPaths.empty() ? std::string() : send(toSend, {});
+    return toSend.empty() && !urisAndPaths.empty() ? std::string() : send(toSend, {}, {});
 }
 
-std::string DBusApplication::send(const std::vector<std::string>& urisAndPaths, const std::string& userData) {
+std::string DBusApplication::send(const std::vector<std::string>& urisAndPaths, const std::string& userData,
+                                  const QString& caller) {
     std::string error;
     if (provider_ == nullptr) {
         return "Cadora Helper is still starting.";
     }
-    provider_->sendToCadora(URIListPasteboard(urisAndPaths), userData, error);
+    const URIListPasteboard pasteboard(urisAndPaths);
+    provider_->sendToCadora(pasteboard, userData, error);
+    if (error.empty()) {
+        Request request{caller};
+        for (const std::string& uri : pasteboard.malformedFileURIs()) {
+            request.problems.push_back("“" + repairedUTF8(lastPathComponent(uri)) +
+                                       "” has an address that is not well-formed");
+            systemLog_.log("[Cadora Helper] stage failed: " + request.problems.back());
+        }
+        requests_.push_back(std::move(request));
+    }
     return error;
+}
+
+void DBusApplication::staged(const std::vector<std::string>& problems) {
+    const auto request = std::find_if(requests_.begin(), requests_.end(),
+                                      [](const Request& known) { return !known.isStaged; });
+    if (request == requests_.end()) {
+        return;
+    }
+    request->isStaged = true;
+    request->problems.insert(request->problems.end(), problems.begin(), problems.end());
+    answerWaiting();
+    // Most callers never ask.
+    while (requests_.size() > mostRequestsRemembered && requests_.front().isStaged) {
+        requests_.pop_front();
+    }
+}
+
+void DBusApplication::answerWaiting() {
+    std::erase_if(waiting_, [this](const QDBusMessage& message) {
+        const auto isCallers = [&](const Request& request) { return request.caller == message.service(); };
+        QStringList problems;
+        for (const Request& request : requests_) {
+            if (!isCallers(request)) {
+                continue;
+            }
+            if (!request.isStaged) {
+                return false;
+            }
+            for (const std::string& problem : request.problems) {
+                problems.append(QString::fromStdString(problem));
+            }
+        }
+        std::erase_if(requests_, isCallers);
+        bus_.send(message.createReply(problems));
+        return true;
+    });
 }
 
 void DBusApplication::openOwnURL(const std::string& text) {

@@ -7,6 +7,7 @@
 
 #include <QDBusConnection>
 
+#include <deque>
 #include <functional>
 #include <string>
 #include <vector>
@@ -58,14 +59,27 @@ public:
     // Cadora as one request. Returns the error text of the request, empty when there is none.
     std::string open(const std::vector<std::string>& urisAndPaths);
 
+    // The files of the earliest request that the provider took, and that this was not called for yet, have
+    // been dealt with. Who sent it can ask for the problems, each a sentence that names the file.
+    void staged(const std::vector<std::string>& problems);
+
 private:
+    struct Request {
+        // Empty where the request came with a start of the program.
+        QString caller;
+        std::vector<std::string> problems{};
+        bool isStaged = false;
+    };
+
     using Refusal = dbus::ApplicationAdaptor::Refusal;
 
     dbus::ApplicationAdaptor::Calls calls();
     void takePlatformData(const QVariantMap& platformData);
     Refusal activate();
     Refusal activateAction(const QString& name);
-    std::string send(const std::vector<std::string>& urisAndPaths, const std::string& userData);
+    std::string send(const std::vector<std::string>& urisAndPaths, const std::string& userData,
+                     const QString& caller);
+    void answerWaiting();
     void openOwnURL(const std::string& text);
 
     QDBusConnection bus_;
@@ -77,6 +91,10 @@ private:
     std::function<void()> giveWayHandler_;
     std::function<URLReception(const URL&)> urlHandler_;
     std::function<void()> busLostHandler_;
+    // In the order in which they came.
+    std::deque<Request> requests_;
+    // The questions for problems that are not known yet.
+    std::vector<QDBusMessage> waiting_;
 };
 
 } // namespace cadora

@@ -7,6 +7,7 @@ namespace cadora::dbus {
 inline constexpr char busName[] = "com.norvelant.cadora.mac";
 inline constexpr char objectPath[] = "/com/norvelant/cadora/mac";
 inline constexpr char servicesInterface[] = "com.norvelant.cadora.mac.Services";
+inline constexpr char stagingInterface[] = "com.norvelant.cadora.mac.Staging";
 inline constexpr char applicationInterface[] = "org.freedesktop.Application";
 
 // The error of a request that the program refuses; its message is for the user.

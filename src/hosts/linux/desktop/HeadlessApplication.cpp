@@ -38,6 +38,7 @@ private:
 class RefusingSession : public WebAuthenticationSession {
     void setPresentationContextProvider(PresentationContextProvider&) override {}
     bool start() override { return false; }
+    void cancel() override {}
 };
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "hosts/linux/desktop/MenuWindow.h"
 
+#include "base/UTF8.h"
 #include "hosts/linux/desktop/DestructiveButton.h"
 #include "hosts/linux/desktop/QtColors.h"
 #include "hosts/linux/desktop/QtContentView.h"
@@ -100,7 +101,12 @@ class TextLine : public QLabel {
 public:
     TextLine(const std::string& text, MenuWindow::TextLook look) {
         setTextFormat(Qt::PlainText);
-        setText(qtText(text));
+        const std::string drawn = shortenedInTheMiddle(text, longestMenuTitle);
+        setText(qtText(drawn));
+        if (drawn != text) {
+            setToolTip(qtToolTip(text));
+            setAccessibleName(qtText(text));
+        }
         setWordWrap(true);
         setFocusPolicy(Qt::TabFocus);
         setForegroundRole(QPalette::Text);

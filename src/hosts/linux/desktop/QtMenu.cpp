@@ -1,5 +1,6 @@
 #include "hosts/linux/desktop/QtMenu.h"
 
+#include "base/UTF8.h"
 #include "hosts/linux/desktop/QtText.h"
 
 #include <QAction>
@@ -48,6 +49,10 @@ void discard(QMenu& menu, QAction& action) {
 }
 
 } // namespace
+
+QtMenu::QtMenu(Reader reader) : reader_(reader) {
+    widget_.setToolTipsVisible(true);
+}
 
 void QtMenu::show(const Menu& menu, MenuTarget& target) {
     target_ = &target;
@@ -103,7 +108,10 @@ void QtMenu::apply(QAction& action, const MenuItem* shown, const MenuItem& wante
     std::visit(Overloaded{
                    [&](const MenuSeparator&) { action.setSeparator(true); },
                    [&](const MenuInformation& information) {
-                       action.setText(title(information.title));
+                       const std::string drawn = shortenedInTheMiddle(information.title, longestMenuTitle);
+                       action.setText(title(drawn));
+                       action.setToolTip(drawn == information.title ? QString()
+                                                                    : qtToolTip(information.title));
                        action.setEnabled(false);
                    },
                    [&](const MenuCommand& command) {

@@ -17,7 +17,7 @@ public:
         panel,   // shown by the desktop's panel, which reads the menu over D-Bus
     };
 
-    explicit QtMenu(Reader reader) : reader_(reader) {}
+    explicit QtMenu(Reader reader);
 
     // The target must outlive the menu.
     void show(const Menu& menu, MenuTarget& target);

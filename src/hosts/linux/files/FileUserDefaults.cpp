@@ -72,8 +72,8 @@ json::Record parsedObject(const std::string& bytes) {
 
 } // namespace
 
-FileUserDefaults::FileUserDefaults(FileManager& fileManager, std::filesystem::path file)
-    : fileManager_(fileManager), file_(std::move(file)) {}
+FileUserDefaults::FileUserDefaults(FileManager& fileManager, std::filesystem::path file, SystemLog& systemLog)
+    : fileManager_(fileManager), file_(std::move(file)), systemLog_(systemLog) {}
 
 std::optional<PropertyValue> FileUserDefaults::object(const std::string& key) {
     const std::lock_guard guard(mutex_);
@@ -90,8 +90,8 @@ void FileUserDefaults::set(const std::string& key, std::optional<PropertyValue> 
     const std::lock_guard guard(mutex_);
     try {
         setOrThrow(key, value);
-    } catch (const Error&) {
-        return;
+    } catch (const Error& error) {
+        systemLog_.log("[Cadora Helper] the setting “" + key + "” was not stored: " + error.text());
     }
 }
 

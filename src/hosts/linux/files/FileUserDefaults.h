@@ -1,6 +1,7 @@
 #pragma once
 
 #include "platform/FileManager.h"
+#include "platform/SystemLog.h"
 #include "platform/UserDefaults.h"
 
 #include <filesystem>
@@ -13,12 +14,14 @@ namespace cadora {
 // name is this same domain.
 //
 // A file that is missing or can't be understood reads as empty. The next write keeps what could not be
-// understood beside the file, as "NAME.damaged-1", "-2" and so on; where that fails, the write is dropped.
+// understood beside the file, as "NAME.damaged-1", "-2" and so on. A write that fails, or can't keep that, is
+// dropped with a line in the log.
 // Values of the file that no PropertyValue can hold read as absent and are kept.
 class FileUserDefaults : public UserDefaults {
 public:
-    // The file's folder is made when something is first written. `fileManager` must outlive this object.
-    FileUserDefaults(FileManager& fileManager, std::filesystem::path file);
+    // The file's folder is made when something is first written. `fileManager` and `systemLog` must outlive
+    // this object.
+    FileUserDefaults(FileManager& fileManager, std::filesystem::path file, SystemLog& systemLog);
 
     std::optional<PropertyValue> object(const std::string& key) override;
     void set(const std::string& key, std::optional<PropertyValue> value) override;
@@ -30,6 +33,7 @@ private:
 
     FileManager& fileManager_;
     std::filesystem::path file_;
+    SystemLog& systemLog_;
     std::mutex mutex_;
 };
 

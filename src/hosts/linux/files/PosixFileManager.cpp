@@ -25,12 +25,21 @@ using posix::retrying;
 
 constexpr const char* notCopied = "couldn’t be copied";
 constexpr const char* notCreated = "couldn’t be created";
+constexpr const char* notLinked = "couldn’t be given another name";
 constexpr const char* notRead = "couldn’t be read";
 constexpr const char* notRemoved = "couldn’t be removed";
 constexpr const char* notWritten = "couldn’t be written";
 
 constexpr std::size_t bufferSize = 1U << 20U;
 constexpr std::size_t comparedAtATime = 1U << 15U;
+
+// Reading a file whole takes as much memory as it has bytes, and what is made from them several times more.
+constexpr off_t largestReadable = 64L << 20U;
+
+constexpr int attempts = 3;
+
+// Of a folder that is copied: beyond it is no recording, and the copy holds up the caller for too long.
+constexpr std::size_t mostEntries = 10000;
 
 [[noreturn]] void fail(int code, const fs::path& path, const char* whatFailed) {
     throw posixError(code, path, whatFailed);
@@ -127,8 +136,11 @@ int copyBytes(int from, int to) {
     }
 }
 
-// Fills the new, empty file `to` and brings it to the disk.
-void fillFile(const Source& source, int to, const fs::path& shown) {
+// Whether a copy is brought to the disk as soon as it is complete, or together with others.
+enum class Sync { now, later };
+
+// Fills the new, empty file `to`.
+void fillFile(const Source& source, int to, const fs::path& shown, Sync sync) {
     const int from = source.descriptor.get();
     if (::ioctl(to, FICLONE, from) != 0) {
         require(copyBytes(from, to), shown, notCopied);
@@ -140,7 +152,9 @@ void fillFile(const Source& source, int to, const fs::path& shown) {
     if (copied.st_size < source.status.st_size) {
         throw posixError(EBUSY, shown, notCopied, "it changed while it was being copied");
     }
-    require(posix::syncFile(to), shown, notCopied);
+    if (sync == Sync::now) {
+        require(posix::syncFile(to), shown, notCopied);
+    }
 }
 
 [[noreturn]] void failToCreate(int code, const fs::path& name, const fs::path& shown) {
@@ -150,7 +164,7 @@ void fillFile(const Source& source, int to, const fs::path& shown) {
     fail(code, shown, notCopied);
 }
 
-void copyTree(const Source& source, int folder, const fs::path& name, const fs::path& shown);
+void copyTree(const Source& source, int folder, const fs::path& name, const fs::path& shown, Sync sync);
 
 void copyEntry(int from, const fs::path& entry, int to) {
     struct stat status{};
@@ -158,7 +172,7 @@ void copyEntry(int from, const fs::path& entry, int to) {
         fail(errno, entry, notCopied);
     }
     if (!S_ISLNK(status.st_mode)) {
-        copyTree(openSource(from, entry, entry, AT_SYMLINK_NOFOLLOW), to, entry, entry);
+        copyTree(openSource(from, entry, entry, AT_SYMLINK_NOFOLLOW), to, entry, entry, Sync::later);
         return;
     }
     std::string target(PATH_MAX, '\0');
@@ -181,12 +195,11 @@ void copyFolder(const Source& source, int folder, const fs::path& name, const fs
     for (const fs::path& entry : entries) {
         copyEntry(source.descriptor.get(), entry, copy.get());
     }
-    require(posix::syncFolder(copy.get()), shown, notCopied);
 }
 
-// Copies to `name` in `folder`, which is not synced; what was begun there is removed when it fails. Messages
-// call the source `shown`.
-void copyTree(const Source& source, int folder, const fs::path& name, const fs::path& shown) {
+// Copies to `name` in `folder`, which is not synced, nor is what a folder holds; what was begun there is
+// removed when it fails. Messages call the source `shown`.
+void copyTree(const Source& source, int folder, const fs::path& name, const fs::path& shown, Sync sync) {
     const bool isFolder = S_ISDIR(source.status.st_mode);
     FileDescriptor file;
     if (isFolder) {
@@ -204,12 +217,30 @@ void copyTree(const Source& source, int folder, const fs::path& name, const fs::
         if (isFolder) {
             copyFolder(source, folder, name, shown);
         } else {
-            fillFile(source, file.get(), shown);
+            fillFile(source, file.get(), shown, sync);
         }
     } catch (...) {
         posix::removeTree(folder, name);
         throw;
     }
+}
+
+// How many files and folders there are below a folder, counted up to `most`. What can't be opened counts as
+// one: the copy will tell.
+std::size_t countEntries(int folder, std::size_t most) {
+    std::vector<fs::path> names;
+    posix::readNames(folder, names);
+    std::size_t count = names.size();
+    for (auto name = names.begin(); name != names.end() && count < most; ++name) {
+        struct stat status{};
+        if (::fstatat(folder, name->c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0 || !S_ISDIR(status.st_mode)) {
+            continue;
+        }
+        if (const FileDescriptor inner = posix::openFolder(folder, *name, O_NOFOLLOW)) {
+            count += countEntries(inner.get(), most - count);
+        }
+    }
+    return count;
 }
 
 // Whether `folder` is `ancestor` or lies somewhere below it.
@@ -235,7 +266,32 @@ bool isWithin(int folder, const struct stat& ancestor) {
 PosixFileManager::PosixFileManager() : PosixFileManager(userDataDirectory()) {}
 
 PosixFileManager::PosixFileManager(std::optional<fs::path> applicationSupportDirectory)
-    : applicationSupportDirectory_(std::move(applicationSupportDirectory)) {}
+    : applicationSupportDirectory_(std::move(applicationSupportDirectory)) {
+    restoreReserves();
+}
+
+// Tries again what may succeed then. What was given back for it is taken back afterwards.
+template <class Operation> auto PosixFileManager::insistently(const fs::path& folder, Operation operation) {
+    struct Restoration {
+        ~Restoration() {
+            if (isDue) {
+                files.restoreReserves();
+            }
+        }
+        PosixFileManager& files;
+        bool isDue = false;
+    } restoration{*this};
+    for (int attempt = 1;; ++attempt) {
+        try {
+            return operation();
+        } catch (const PlatformError& error) {
+            if (attempt == attempts || !makeUpFor(static_cast<int>(error.code()), folder)) {
+                throw;
+            }
+            restoration.isDue = true;
+        }
+    }
+}
 
 std::optional<fs::path> PosixFileManager::applicationSupportDirectory() {
     return applicationSupportDirectory_;
@@ -276,12 +332,14 @@ void PosixFileManager::createDirectory(const fs::path& path) {
 
 std::vector<fs::path> PosixFileManager::contentsOfDirectory(const fs::path& path) {
     requireWholePath(path, notRead);
-    const FileDescriptor folder = posix::openFolder(AT_FDCWD, path);
-    std::vector<fs::path> names;
-    if (!folder || !posix::readNames(folder.get(), names)) {
-        fail(errno, path, notRead);
-    }
-    return names;
+    return insistently({}, [&] {
+        const FileDescriptor folder = posix::openFolder(AT_FDCWD, path);
+        std::vector<fs::path> names;
+        if (!folder || !posix::readNames(folder.get(), names)) {
+            fail(errno, path, notRead);
+        }
+        return names;
+    });
 }
 
 void PosixFileManager::copyItem(const fs::path& from, const fs::path& to) {
@@ -293,28 +351,50 @@ void PosixFileManager::copyItem(const fs::path& from, const fs::path& to) {
     if (!folder) {
         throw posixError(errno, folderPath, "couldn’t be opened");
     }
-    if (S_ISDIR(source.status.st_mode) && isWithin(folder.get(), source.status)) {
+    const bool isFolder = S_ISDIR(source.status.st_mode);
+    if (isFolder && isWithin(folder.get(), source.status)) {
         throw posixError(EINVAL, from, notCopied, "a folder can’t be copied into itself");
     }
-    copyTree(source, folder.get(), name, from);
-    if (const int code = posix::syncFolder(folder.get()); code != 0) {
+    if (isFolder && countEntries(source.descriptor.get(), mostEntries + 1) > mostEntries) {
+        throw posixError(E2BIG, from, notCopied, "it holds more than 10,000 files and folders");
+    }
+    copyTree(source, folder.get(), name, from, Sync::now);
+    // A folder may hold thousands of files: its whole file system is synced, once.
+    const int code = isFolder && ::syncfs(folder.get()) != 0 ? errno : posix::syncFolder(folder.get());
+    if (code != 0) {
         posix::removeTree(folder.get(), name);
         fail(code, from, notCopied);
     }
 }
 
+void PosixFileManager::linkItem(const fs::path& from, const fs::path& to) {
+    requireWholePath(from, notLinked);
+    requireWholePath(to, notLinked);
+    if (::link(from.c_str(), to.c_str()) != 0) {
+        fail(errno, from, notLinked);
+    }
+    const FileDescriptor folder = posix::openFolder(AT_FDCWD, posix::placeOf(to).folder);
+    require(folder ? posix::syncFolder(folder.get()) : errno, to, notLinked);
+}
+
 void PosixFileManager::removeItem(const fs::path& path) {
     requireWholePath(path, notRemoved);
-    const auto [folderPath, name] = posix::placeOf(path);
-    const FileDescriptor folder = posix::openFolder(AT_FDCWD, folderPath);
-    if (!folder) {
-        fail(errno, path, notRemoved);
-    }
-    const posix::RemovalFailure failure = posix::removeTree(folder.get(), name);
-    require(failure.code, failure.name, notRemoved);
+    const posix::Place place = posix::placeOf(path);
+    insistently({}, [&] {
+        const FileDescriptor folder = posix::openFolder(AT_FDCWD, place.folder);
+        if (!folder) {
+            fail(errno, path, notRemoved);
+        }
+        const posix::RemovalFailure failure = posix::removeTree(folder.get(), place.name);
+        require(failure.code, failure.name, notRemoved);
+    });
 }
 
 std::string PosixFileManager::contents(const fs::path& path) {
+    return insistently(path.parent_path(), [&] { return read(path); });
+}
+
+std::string PosixFileManager::read(const fs::path& path) {
     requireWholePath(path, notRead);
     const FileDescriptor file(
         retrying([&] { return ::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY); }));
@@ -324,6 +404,9 @@ std::string PosixFileManager::contents(const fs::path& path) {
     }
     if (!S_ISREG(status.st_mode)) {
         throw posixError(S_ISDIR(status.st_mode) ? EISDIR : ENOTSUP, path, notRead, "it is not a file");
+    }
+    if (status.st_size > largestReadable) {
+        throw posixError(EFBIG, path, notRead, "it is too large");
     }
     std::string bytes;
     std::size_t used = 0;
@@ -370,6 +453,10 @@ bool PosixFileManager::holds(const fs::path& path, std::string_view bytes) {
 }
 
 void PosixFileManager::writeAtomically(const fs::path& path, std::string_view bytes) {
+    insistently(path.parent_path(), [&] { replace(path, bytes); });
+}
+
+void PosixFileManager::replace(const fs::path& path, std::string_view bytes) {
     requireWholePath(path, notWritten);
     const auto [folderPath, name] = posix::placeOf(path);
     const FileDescriptor folder = posix::openFolder(AT_FDCWD, folderPath);
@@ -387,6 +474,73 @@ void PosixFileManager::writeAtomically(const fs::path& path, std::string_view by
     require(file->sync(), path, notWritten);
     require(file->moveIntoPlace(), path, notWritten);
     require(posix::syncFolder(folder.get()), path, notWritten);
+}
+
+void PosixFileManager::keepRoom(const fs::path& folder, std::size_t bytes) {
+    const std::lock_guard guard(mutex_);
+    Room& room = rooms_[folder];
+    if (room.file && room.bytes >= bytes) {
+        return;
+    }
+    // In steps, so that a file that grows a little each time needs a new one rarely.
+    constexpr std::size_t step = 65536;
+    room.bytes = std::max(room.bytes, (bytes + step - 1) / step * step);
+    allocate(folder, room);
+}
+
+// Whether an operation of that folder that failed so may succeed now.
+bool PosixFileManager::makeUpFor(int code, const fs::path& folder) {
+    const std::lock_guard guard(mutex_);
+    switch (code) {
+    case EAGAIN:
+    case EINTR:
+    case EIO:
+    case ENOMEM:
+    case ESTALE:
+        return true;
+    case EMFILE:
+    case ENFILE:
+        spares_ = {};
+        return true;
+    case EDQUOT:
+    case ENOSPC: {
+        const auto room = rooms_.find(folder);
+        const bool isKept = room != rooms_.end() && room->second.file;
+        if (isKept) {
+            room->second.file = {};
+        }
+        return isKept;
+    }
+    default:
+        return false;
+    }
+}
+
+void PosixFileManager::restoreReserves() {
+    const std::lock_guard guard(mutex_);
+    for (FileDescriptor& spare : spares_) {
+        if (!spare) {
+            spare = FileDescriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+        }
+    }
+    for (auto& [folder, room] : rooms_) {
+        if (!room.file) {
+            allocate(folder, room);
+        }
+    }
+}
+
+// As much as there is of it. What the file holds already stays.
+void PosixFileManager::allocate(const fs::path& folder, Room& room) {
+    if (!room.file) {
+        room.file = FileDescriptor(::open(folder.c_str(), O_TMPFILE | O_RDWR | O_CLOEXEC, 0600));
+    }
+    constexpr std::size_t least = 4096;
+    for (std::size_t bytes = room.bytes; room.file && bytes >= least; bytes /= 2) {
+        if (::fallocate(room.file.get(), 0, 0, static_cast<off_t>(bytes)) == 0) {
+            return;
+        }
+    }
 }
 
 // Looking for what a crash left means reading the folder, which may hold thousands of items: once is enough,

@@ -9,6 +9,8 @@ namespace cadora {
 
 namespace {
 
+constexpr std::string_view fileScheme = "file:";
+
 // A file's name may hold a colon, so that a scheme alone doesn't make a URI.
 bool looksLikeURI(const std::string& text) {
     const std::string scheme = lowercased(std::string_view(text).substr(0, text.find(':')));
@@ -65,6 +67,8 @@ URIListPasteboard::URIListPasteboard(const std::vector<std::string>& urisAndPath
             urls_.push_back(URL::file(text));
         } else if (const auto url = URL::parse(escapedURI(text))) {
             urls_.push_back(*url);
+        } else if (equalIgnoringCase(std::string_view(text).substr(0, fileScheme.size()), fileScheme)) {
+            malformedFileURIs_.push_back(text);
         }
     }
 }

@@ -26,15 +26,20 @@ void hideOwnURLs(const std::vector<char*>& arguments);
 std::vector<std::string> uriList(const std::vector<std::string>& arguments,
                                  const std::filesystem::path& workingDirectory);
 
-// A pasteboard made from URIs and absolute paths. What is neither is left out.
+// A pasteboard made from URIs and absolute paths. What is neither is left out, and so is a file's URI that is
+// not well-formed, which is remembered apart.
 class URIListPasteboard : public Pasteboard {
 public:
     explicit URIListPasteboard(const std::vector<std::string>& urisAndPaths);
 
     std::vector<URL> readURLs() const override { return urls_; }
 
+    // As they came, in order.
+    const std::vector<std::string>& malformedFileURIs() const { return malformedFileURIs_; }
+
 private:
     std::vector<URL> urls_;
+    std::vector<std::string> malformedFileURIs_;
 };
 
 } // namespace cadora

@@ -1,8 +1,8 @@
 // cadora-send [FILE-OR-URI...]: what scripts send with, and what the file managers' "Send to Cadora" entries
 // run. Hands all files to the helper in one message and starts the helper when it isn't running. Without
 // arguments the files are those that Nautilus names in the environment. Exits with 0 when the helper took
-// them, with 1 when it refused them and with 69 when it can't be reached; what went wrong is on the standard
-// error and, where a display is, in a dialog.
+// them, with 1 when it refused them or could not copy one and with 69 when it can't be reached; what went
+// wrong is on the standard error and, where a display is, in a dialog.
 
 #include "hosts/linux/bus/DBusNames.h"
 #include "hosts/linux/bus/SessionBus.h"
@@ -51,11 +51,14 @@ constexpr int exitUnavailable = 69; // EX_UNAVAILABLE of sysexits.h
 constexpr std::chrono::milliseconds answerPatience = std::chrono::minutes(2);
 constexpr std::chrono::seconds startPatience(30);
 
+// For the copies, which may be of many large files.
+constexpr std::chrono::milliseconds copyPatience = std::chrono::minutes(30);
+
 struct Answer {
     enum class Kind { taken, waiting, refused, nobodyThere, failed };
 
     Kind kind;
-    std::string reason; // for a person; empty when taken
+    std::string reason; // for a person; empty when every file was taken and copied
 };
 
 fs::path programBeside(const char* name) {
@@ -126,6 +129,36 @@ Answer send(GDBusConnection* bus, const std::vector<std::string>& uris, GDBusCal
                         G_DBUS_ERROR_SPAWN_SERVICE_INVALID, G_DBUS_ERROR_SPAWN_FILE_INVALID});
     return {nobodyIsThere ? Answer::Kind::nobodyThere : Answer::Kind::failed,
             "Cadora Helper did not answer: " + gio::takeReason(error)};
+}
+
+// As many as a dialog shows at a glance.
+constexpr std::size_t mostProblemsTold = 10;
+
+// What the helper could not copy of the files that it took from here, once it is done with them. A helper
+// that is older than this program, or ends meanwhile, has nothing to say.
+std::string askForProblems(GDBusConnection* bus) {
+    GError* error = nullptr;
+    const gio::Owned<GVariant> answer(
+        g_dbus_connection_call_sync(bus, dbus::busName, dbus::objectPath, dbus::stagingInterface, "problems",
+                                    nullptr, G_VARIANT_TYPE("(as)"), G_DBUS_CALL_FLAGS_NO_AUTO_START,
+                                    static_cast<int>(copyPatience.count()), nullptr, &error));
+    if (!answer) {
+        g_error_free(error);
+        return {};
+    }
+    GVariantIter* list = nullptr;
+    g_variant_get(answer.get(), "(as)", &list);
+    const std::size_t count = g_variant_iter_n_children(list);
+    std::string problems;
+    const char* problem = nullptr;
+    for (std::size_t i = 0; i < mostProblemsTold && g_variant_iter_next(list, "&s", &problem) != FALSE; ++i) {
+        problems.append(i == 0 ? "" : "\n").append(problem);
+    }
+    g_variant_iter_free(list);
+    if (count > mostProblemsTold) {
+        problems.append("\nand ").append(std::to_string(count - mostProblemsTold)).append(" more");
+    }
+    return problems;
 }
 
 // Starts a program with one argument at most. Returns its process, or 0 with errno set. It has a session of
@@ -219,6 +252,9 @@ Answer deliver(const std::vector<std::string>& uris) {
         }
         answer = send(bus.get(), uris, G_DBUS_CALL_FLAGS_NO_AUTO_START);
     }
+    if (answer.kind == Answer::Kind::taken) {
+        answer.reason = askForProblems(bus.get());
+    }
     return answer;
 }
 
@@ -254,7 +290,8 @@ int main(int argc, char** argv) {
         return EXIT_SUCCESS;
     }
     const Answer answer = deliver(selectedFiles(argc, argv));
-    if (answer.kind == Answer::Kind::taken) {
+    const bool isTaken = answer.kind == Answer::Kind::taken;
+    if (isTaken && answer.reason.empty()) {
         return EXIT_SUCCESS;
     }
     if (answer.kind == Answer::Kind::waiting) {
@@ -262,5 +299,5 @@ int main(int argc, char** argv) {
         return EXIT_SUCCESS;
     }
     report(answer.reason);
-    return answer.kind == Answer::Kind::refused ? exitRefused : exitUnavailable;
+    return isTaken || answer.kind == Answer::Kind::refused ? exitRefused : exitUnavailable;
 }

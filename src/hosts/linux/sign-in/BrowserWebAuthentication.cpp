@@ -10,6 +10,7 @@
 #include <QPointer>
 
 #include <algorithm>
+#include <chrono>
 #include <utility>
 
 namespace cadora {
@@ -18,14 +19,33 @@ namespace {
 
 constexpr const char* ownScheme = "cadora";
 
+// From the start, and again from each opening of the page: enough for an account's second factor and a
+// password that has to be looked up.
+constexpr std::chrono::minutes patience(15);
+
+// Longer than any that the site sends.
+constexpr std::size_t longestCallback = 16384;
+
+// What the site redirects to: the scheme, the name of some place, and a query. Which name it is, and whether
+// a path follows, is the site's to choose.
+bool isCallback(const URL& url) {
+    const std::string place = url.authority();
+    const bool isName = !place.empty() && std::all_of(place.begin(), place.end(), [](char c) {
+        return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '-' ||
+               c == '.';
+    });
+    return url.scheme() == ownScheme && isName && url.text().size() <= longestCallback &&
+           url.text().substr(0, url.text().find('?')).find('@') == std::string::npos &&
+           url.text().find('#') == std::string::npos && !url.queryItems().empty();
+}
+
 bool isWebPage(const URL& url) {
     return (url.scheme() == "https" || url.scheme() == "http") && !url.authority().empty();
 }
 
-std::exception_ptr cancellation() {
+std::exception_ptr cancellation(const char* reason = "The sign-in was cancelled.") {
     return std::make_exception_ptr(PlatformError(WebAuthenticationSession::errorDomain,
-                                                 WebAuthenticationSession::canceledLogin,
-                                                 "The sign-in was cancelled."));
+                                                 WebAuthenticationSession::canceledLogin, reason));
 }
 
 } // namespace
@@ -63,8 +83,15 @@ public:
         auto* const window = dynamic_cast<QtWindow*>(anchor.get());
         sheet_ = new SignInSheet(window != nullptr ? &window->widget() : nullptr,
                                  guarded([this] { owner_->cancelOver(*this); }));
+        startPatience();
         unlockKeyring();
         return true;
+    }
+
+    void cancel() override {
+        if (sheet_ && handler_) {
+            end(std::nullopt, cancellation());
+        }
     }
 
     // Whether a callback would be an answer to this visit.
@@ -149,6 +176,7 @@ private:
 
     void openPage() {
         awaitsCallback_ = true;
+        startPatience();
         const auto again = guarded([this] { openPage(); });
         sheet_->showStep("The sign-in page opens in your browser. Go on there: this window closes by itself "
                          "once you have signed in.",
@@ -160,8 +188,22 @@ private:
                               }));
     }
 
+    // A visit that nobody finishes is not left open to whatever callback comes some day.
+    void startPatience() {
+        stopPatience();
+        const auto giveUp =
+            guarded([this] { end(std::nullopt, cancellation("The sign-in was not finished in time.")); });
+        impatience_ = owner_->clock_.sleep(patience, [giveUp](const auto&) { giveUp(); });
+    }
+    void stopPatience() {
+        if (const auto stop = std::exchange(impatience_, nullptr)) {
+            stop();
+        }
+    }
+
     void leave() {
         awaitsCallback_ = false;
+        stopPatience();
         if (const auto callOff = std::exchange(callOff_, nullptr)) {
             callOff();
         }
@@ -192,14 +234,15 @@ private:
     std::weak_ptr<Window> anchor_;
     QPointer<SignInSheet> sheet_;
     CancelAction callOff_;
+    CancelAction impatience_;
     bool awaitsCallback_ = false;
 };
 
 BrowserWebAuthentication::BrowserWebAuthentication(MainActor& mainActor, BackgroundExecutor& background,
                                                    DBusApplication& services, KeyringUnlock& keyring,
-                                                   URLSchemeOwnership& scheme, Browser& browser)
+                                                   URLSchemeOwnership& scheme, Browser& browser, Clock& clock)
     : mainActor_(mainActor), background_(background), services_(services), keyring_(keyring), scheme_(scheme),
-      browser_(browser) {
+      browser_(browser), clock_(clock) {
     services_.setURLHandler([this](const URL& url) { return receive(url); });
 }
 
@@ -221,7 +264,7 @@ URLReception BrowserWebAuthentication::receive(const URL& callback) {
     const auto sessions = sessions_;
     const auto latest = std::find_if(sessions.rbegin(), sessions.rend(),
                                      [](const auto& session) { return session->awaitsCallback(); });
-    if (callback.scheme() != ownScheme || latest == sessions.rend()) {
+    if (*isJudging_ || !isCallback(callback) || latest == sessions.rend()) {
         return URLReception::notAwaited;
     }
     for (const auto& session : sessions) {
@@ -230,7 +273,15 @@ URLReception BrowserWebAuthentication::receive(const URL& callback) {
         }
     }
     (*latest)->showAnchorInFront();
+    // One at a time: if this one signs the user in, its task ends the other visits before the next is looked
+    // at.
+    *isJudging_ = true;
     (*latest)->end(callback, nullptr);
+    mainActor_.post([weak = std::weak_ptr(isJudging_)] {
+        if (const auto isJudging = weak.lock()) {
+            *isJudging = false;
+        }
+    });
     return URLReception::taken;
 }
 

@@ -5,6 +5,7 @@
 #include "hosts/linux/sign-in/Browser.h"
 #include "hosts/linux/sign-in/URLSchemeOwnership.h"
 #include "platform/BackgroundExecutor.h"
+#include "platform/Clock.h"
 #include "platform/WebAuthentication.h"
 
 #include <memory>
@@ -18,14 +19,16 @@ namespace cadora {
 //
 // The callback says nothing of the visit that it belongs to. It goes to the latest one; earlier ones over the
 // same window end as cancelled with it, since the user has one sign-in in mind there, and those over other
-// windows go on waiting.
+// windows go on waiting, until their owner cancels them or 15 minutes have passed since the page was opened
+// last. A URL that doesn't have the form of the site's redirect, or is longer than 16 KiB, is no callback.
 //
 // Main thread only. Handlers are called on it, never within start(), and not once this is gone.
 class BrowserWebAuthentication : public WebAuthentication {
 public:
     // What is passed by reference must outlive this. `services` hands its URLs here from now on.
     BrowserWebAuthentication(MainActor& mainActor, BackgroundExecutor& background, DBusApplication& services,
-                             KeyringUnlock& keyring, URLSchemeOwnership& scheme, Browser& browser);
+                             KeyringUnlock& keyring, URLSchemeOwnership& scheme, Browser& browser,
+                             Clock& clock);
     BrowserWebAuthentication(const BrowserWebAuthentication&) = delete;
     BrowserWebAuthentication& operator=(const BrowserWebAuthentication&) = delete;
     ~BrowserWebAuthentication() override;
@@ -47,6 +50,9 @@ private:
     KeyringUnlock& keyring_;
     URLSchemeOwnership& scheme_;
     Browser& browser_;
+    Clock& clock_;
+    // From a callback on until the task that it went to has had its turn.
+    std::shared_ptr<bool> isJudging_ = std::make_shared<bool>(false);
     // Those under way, the latest last.
     std::vector<std::shared_ptr<Session>> sessions_;
 };

@@ -13,12 +13,13 @@ SignInParts::SignInParts(const std::filesystem::path& helper)
       browser(QDBusConnection::sessionBus()) {}
 
 std::unique_ptr<WebAuthentication> makeWebAuthentication(MainActor& mainActor, BackgroundExecutor& background,
-                                                         DBusApplication& services, SignInParts& parts) {
+                                                         Clock& clock, DBusApplication& services,
+                                                         SignInParts& parts) {
     if (!canShowWindows()) {
         return std::make_unique<HeadlessWebAuthentication>();
     }
     return std::make_unique<BrowserWebAuthentication>(mainActor, background, services, parts.keyring,
-                                                      parts.scheme, parts.browser);
+                                                      parts.scheme, parts.browser, clock);
 }
 
 } // namespace cadora

@@ -5,6 +5,7 @@
 #include "hosts/linux/sign-in/DesktopBrowser.h"
 #include "hosts/linux/sign-in/GioURLSchemeOwnership.h"
 #include "platform/BackgroundExecutor.h"
+#include "platform/Clock.h"
 #include "platform/WebAuthentication.h"
 
 #include <filesystem>
@@ -25,6 +26,7 @@ struct SignInParts {
 // The sign-in through the browser, or none where nothing can be shown. What is passed by reference must
 // outlive it.
 std::unique_ptr<WebAuthentication> makeWebAuthentication(MainActor& mainActor, BackgroundExecutor& background,
-                                                         DBusApplication& services, SignInParts& parts);
+                                                         Clock& clock, DBusApplication& services,
+                                                         SignInParts& parts);
 
 } // namespace cadora

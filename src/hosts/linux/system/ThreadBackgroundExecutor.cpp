@@ -11,19 +11,31 @@ ThreadBackgroundExecutor::ThreadBackgroundExecutor() {
 }
 
 ThreadBackgroundExecutor::~ThreadBackgroundExecutor() {
+    end();
+}
+
+void ThreadBackgroundExecutor::end() {
+    // What a job holds goes outside the lock: it may be anything.
+    std::deque<std::function<void()>> dropped;
     {
         const std::lock_guard guard(mutex_);
         ending_ = true;
+        dropped.swap(jobs_);
     }
     changed_.notify_all();
     for (std::thread& thread : threads_) {
-        thread.join();
+        if (thread.joinable()) {
+            thread.join();
+        }
     }
 }
 
 void ThreadBackgroundExecutor::run(std::function<void()> job) {
     {
         const std::lock_guard guard(mutex_);
+        if (ending_) {
+            return;
+        }
         jobs_.push_back(std::move(job));
     }
     changed_.notify_one();

@@ -21,6 +21,10 @@ public:
 
     void run(std::function<void()> job) override;
 
+    // Waits for the jobs that have begun, and drops the others and all later ones. For the end of the
+    // program, while what the jobs use still lives. Not from a job.
+    void end();
+
 private:
     void work();
 

@@ -263,6 +263,7 @@ static const NSControlStateValue NSControlStateValueOn = 1;
 @property(getter=isEnabled) BOOL enabled;
 @property NSControlStateValue state;
 @property(nullable, strong) NSMenu* submenu;
+@property(nullable, copy) NSString* toolTip;
 @end
 
 @interface NSMenu : NSObject <NSCopying>
