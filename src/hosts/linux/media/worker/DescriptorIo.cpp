@@ -26,10 +26,16 @@ DescriptorIo::DescriptorIo(const OpenFile& file, Mode mode) : file_(file) {
     }
     const bool writable = mode == Mode::readWrite;
     context_ = avio_alloc_context(buffer, bufferSize, writable ? 1 : 0, this, &DescriptorIo::readPacket,
-                                  writable ? &DescriptorIo::writePacket : nullptr, &DescriptorIo::seek);
+                                  nullptr, &DescriptorIo::seek);
     if (context_ == nullptr) {
         av_free(buffer);
         throw std::bad_alloc();
+    }
+    if (writable) {
+        // The bytes are const from FFmpeg 7 on.
+        context_->write_packet = [](void* opaque, auto* bytes, int size) {
+            return writePacket(opaque, bytes, size);
+        };
     }
 }
 
@@ -63,7 +69,7 @@ int DescriptorIo::readPacket(void* opaque, std::uint8_t* buffer, int size) {
     return static_cast<int>(got);
 }
 
-int DescriptorIo::writePacket(void* opaque, std::uint8_t* buffer, int size) {
+int DescriptorIo::writePacket(void* opaque, const std::uint8_t* buffer, int size) {
     auto& self = *static_cast<DescriptorIo*>(opaque);
     int written = 0;
     while (written < size) {

@@ -29,7 +29,7 @@ public:
 
 private:
     static int readPacket(void* opaque, std::uint8_t* buffer, int size);
-    static int writePacket(void* opaque, std::uint8_t* buffer, int size);
+    static int writePacket(void* opaque, const std::uint8_t* buffer, int size);
     static std::int64_t seek(void* opaque, std::int64_t offset, int whence);
 
     OpenFile file_;
