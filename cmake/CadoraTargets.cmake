@@ -8,7 +8,8 @@ endif()
 
 add_library(cadora_settings INTERFACE)
 target_compile_options(cadora_settings INTERFACE
-  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual -Werror
+  -Wall -Wextra -Wpedantic -Wshadow -Wnon-virtual-dtor -Woverloaded-virtual
+  $<$<BOOL:${CADORA_WARNINGS_ARE_ERRORS}>:-Werror>
   # g++ 12 sees overlapping copies in std::string's own operator+ when it optimises.
   $<$<CXX_COMPILER_ID:GNU>:-Wno-restrict>)
 target_include_directories(cadora_settings INTERFACE "${CMAKE_SOURCE_DIR}/src")
