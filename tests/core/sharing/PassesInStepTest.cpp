@@ -100,17 +100,17 @@ private:
     Waiting<int> exports_;
 };
 
-enum class Layer { none, sharingWithoutRounds, rounds };
+enum class Below { none, sharingWithoutRounds, rounds };
 
 // One send of some files, in a world of its own.
 class Send {
 public:
-    Send(std::uint64_t seed, Layer layer) : world(seed) {
+    Send(std::uint64_t seed, Below below) : world(seed) {
         world.keychain.store("cadoraToken", "t");
-        if (layer == Layer::rounds) {
+        if (below == Below::rounds) {
             shared_.emplace(world.platform);
             Platform::install(&shared_->platform());
-        } else if (layer == Layer::sharingWithoutRounds) {
+        } else if (below == Below::sharingWithoutRounds) {
             control_.emplace(world.platform.urlSession, world.platform.mediaFramework);
             const Platform& p = world.platform;
             controlled_.emplace(Platform{p.mainActor, p.background, p.clock, p.fileManager, p.random,
@@ -201,8 +201,8 @@ public:
 };
 
 // What is wrong after a send of 2 to 6 files that all become posts.
-std::string plainSend(std::uint64_t seed, Layer layer) {
-    Send scene(seed, layer);
+std::string plainSend(std::uint64_t seed, Below below) {
+    Send scene(seed, below);
     const int count = 2 + static_cast<int>(seed % 5);
     scene.send(count);
     std::string problems = scene.world.time.run(scene.world.actor) ? "" : "it never ends; ";
@@ -216,10 +216,10 @@ std::string plainSend(std::uint64_t seed, Layer layer) {
     return problems;
 }
 
-int failures(int seeds, Layer layer) {
+int failures(int seeds, Below below) {
     int count = 0;
     for (int seed = 1; seed <= seeds; ++seed) {
-        count += plainSend(static_cast<std::uint64_t>(seed), layer).empty() ? 0 : 1;
+        count += plainSend(static_cast<std::uint64_t>(seed), below).empty() ? 0 : 1;
     }
     return count;
 }
@@ -229,19 +229,19 @@ int failures(int seeds, Layer layer) {
 TEST_CASE("however long each step takes, several files sent at once cost one of everything each") {
     for (std::uint64_t seed = 1; seed <= 1000; ++seed) {
         CAPTURE(seed);
-        REQUIRE(plainSend(seed, Layer::rounds) == "");
+        REQUIRE(plainSend(seed, Below::rounds) == "");
     }
 }
 
 TEST_CASE("without rounds, passes that share their work drift apart all the same, and deny posts") {
-    CHECK(failures(50, Layer::none) == 50);
-    CHECK(failures(50, Layer::sharingWithoutRounds) > 40);
+    CHECK(failures(50, Below::none) == 50);
+    CHECK(failures(50, Below::sharingWithoutRounds) > 40);
 }
 
 TEST_CASE("an upload that is refused for a while is tried again once for all, and becomes a post") {
     for (std::uint64_t seed = 1; seed <= 300; ++seed) {
         CAPTURE(seed);
-        Send scene(seed, Layer::rounds);
+        Send scene(seed, Below::rounds);
         scene.send(4);
         for (const std::string& id : scene.ids) {
             scene.world.service[id].refusals = static_cast<int>(scene.world.time.upTo(2));
@@ -258,7 +258,7 @@ TEST_CASE("an upload that is refused for a while is tried again once for all, an
 TEST_CASE("a rubbish file and a refused post among others fail, each once, and nothing else does") {
     for (std::uint64_t seed = 1; seed <= 300; ++seed) {
         CAPTURE(seed);
-        Send scene(seed, Layer::rounds);
+        Send scene(seed, Below::rounds);
         scene.send(5, 1);
         scene.world.service[scene.ids[3]].syncFails = true;
         REQUIRE(scene.world.time.run(scene.world.actor));
@@ -279,7 +279,7 @@ TEST_CASE("signing out in the middle leaves no post in the outbox, and sends not
     int signedOutInTime = 0;
     for (std::uint64_t seed = 1; seed <= 500; ++seed) {
         CAPTURE(seed);
-        Send scene(seed, Layer::rounds);
+        Send scene(seed, Below::rounds);
         scene.send(4);
         scene.world.time.after(scene.world.time.upTo(100'000), [&] {
             scene.world.actor.post([&] {
@@ -308,7 +308,7 @@ TEST_CASE("killed in the middle and started again, it makes each file one post a
     int cutShort = 0;
     for (std::uint64_t seed = 1; seed <= 500; ++seed) {
         CAPTURE(seed);
-        auto killed = std::make_unique<Send>(seed, Layer::rounds);
+        auto killed = std::make_unique<Send>(seed, Below::rounds);
         killed->send(4);
         REQUIRE(killed->world.time.run(killed->world.actor, killed->world.time.upTo(200'000)));
         killed->world.actor.end();
@@ -317,7 +317,7 @@ TEST_CASE("killed in the middle and started again, it makes each file one post a
         const auto service = std::move(killed->world.service);
         killed.reset();
 
-        Send next(seed, Layer::rounds);
+        Send next(seed, Below::rounds);
         next.world.files = files;
         next.world.service = service;
         cutShort += next.store->load().empty() ? 0 : 1;
@@ -338,7 +338,7 @@ TEST_CASE("killed in the middle and started again, it makes each file one post a
 }
 
 TEST_CASE("the index is written once for each change of an item, however many passes write it") {
-    Send scene(1, Layer::rounds);
+    Send scene(1, Below::rounds);
     scene.send(6);
     const int staged = scene.world.files.writes["outbox.json"];
     REQUIRE(scene.world.time.run(scene.world.actor));
