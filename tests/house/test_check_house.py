@@ -65,6 +65,12 @@ class CheckHouse(unittest.TestCase):
             'includes "hosts/macos/DurableFile.h" of another host',
         )
 
+    def test_what_both_hosts_share_includes_neither(self):
+        self.assert_finds(
+            "src/hosts/posix/Programs.h", '#include "hosts/linux/system/PosixError.h"',
+            'includes "hosts/linux/system/PosixError.h" of another host',
+        )
+
     def test_a_room_includes_only_the_rooms_it_is_listed_with(self):
         self.assert_finds(
             LINUX + "keyring/LibsecretKeychain.cpp", '#include "hosts/linux/network/CurlURLSession.h"',
