@@ -222,13 +222,15 @@ class Screen:
         try:
             desktop = Atspi.get_desktop(0)
             desktop.clear_cache()
+            found = []
+            # Under a GTK desktop's theme a program is there twice, once without windows.
             for index in range(desktop.get_child_count()):
                 application = desktop.get_child_at_index(index)
                 if application and application.get_process_id() == self.pid:
-                    return (list(self._walk(application, window)),)
+                    found += self._walk(application, window)
         except GLib.Error:
             return None
-        return ([],)
+        return (found,)
 
     def _walk(self, node, window):
         states = node.get_state_set()
