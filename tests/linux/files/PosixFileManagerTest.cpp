@@ -1,5 +1,6 @@
 #include "hosts/linux/files/PosixFileManager.h"
 
+#include "SkippedTest.h"
 #include "base/Error.h"
 #include "contract/FileManagerUnderTest.h"
 #include "fakes/TemporaryDirectory.h"
@@ -337,7 +338,7 @@ TEST_CASE("on a file system that can share blocks, a copy takes no room") {
     const std::string command = "mkfs.xfs -q '" + image.string() + "' >/dev/null 2>&1 && mount -o loop '" +
                                 image.string() + "' '" + disk.string() + "' >/dev/null 2>&1";
     if (std::system(command.c_str()) != 0) {
-        MESSAGE("not checked: it takes root, a loop device and mkfs.xfs");
+        cadora::test::skipTest("it takes root, a loop device and mkfs.xfs");
         return;
     }
     const MountedFileSystem mounted(disk);
@@ -356,7 +357,7 @@ TEST_CASE("where there is no more room, the copy fails with the reason and leave
     fs::create_directory(directory.path() / "small");
     const SmallFileSystem small(directory.path() / "small", "size=256k");
     if (!small.isMounted()) {
-        MESSAGE("not checked: mounting a file system takes root");
+        cadora::test::skipTest("mounting a file system takes root");
         return;
     }
     PosixFileManager files(std::nullopt);
@@ -384,7 +385,7 @@ TEST_CASE("where there is no room for one more name, the reason is told") {
     fs::create_directory(directory.path() / "small");
     const SmallFileSystem small(directory.path() / "small", "nr_inodes=2");
     if (!small.isMounted()) {
-        MESSAGE("not checked: mounting a file system takes root");
+        cadora::test::skipTest("mounting a file system takes root");
         return;
     }
     PosixFileManager files(std::nullopt);
@@ -425,7 +426,7 @@ TEST_CASE("on a file system that can't be written, reasons are told and nothing 
     fs::create_directory(directory.path() / "small");
     const SmallFileSystem small(directory.path() / "small", "");
     if (!small.isMounted()) {
-        MESSAGE("not checked: mounting a file system takes root");
+        cadora::test::skipTest("mounting a file system takes root");
         return;
     }
     PosixFileManager files(std::nullopt);
@@ -473,7 +474,7 @@ TEST_CASE("removing goes on past what can't be removed, and tells it") {
     {
         const SmallFileSystem mounted(directory.path() / "folder/mounted", "");
         if (!mounted.isMounted()) {
-            MESSAGE("not checked: mounting a file system takes root");
+            cadora::test::skipTest("mounting a file system takes root");
             return;
         }
         CHECK(textOf([&] { files.removeItem(directory.path() / "folder"); }) ==
@@ -527,7 +528,7 @@ TEST_CASE("room that was kept lets a file be replaced on a full disk, again and 
     fs::create_directory(directory.path() / "small");
     const SmallFileSystem small(directory.path() / "small", "size=512k");
     if (!small.isMounted()) {
-        MESSAGE("not checked: mounting a file system takes root");
+        cadora::test::skipTest("mounting a file system takes root");
         return;
     }
     const fs::path index = directory.path() / "small/index";
