@@ -18,6 +18,10 @@ TEST_CASE("overlong forms, surrogates and what lies beyond the last character ar
     CHECK_FALSE(isValidUTF8("\xF4\x90\x80\x80"));
     CHECK_FALSE(isValidUTF8("\xE8\xAA"));
     CHECK_FALSE(isValidUTF8("\x80"));
+    CHECK_FALSE(isValidUTF8("\xC2\xC0"));
+    CHECK_FALSE(isValidUTF8("\xE8\xAA\xC0"));
+    CHECK_FALSE(isValidUTF8("\xC2\x7F"));
+    CHECK(isValidUTF8("\xC2\xBF"));
     CHECK(isValidUTF8("\xF4\x8F\xBF\xBF"));
 }
 

@@ -38,3 +38,13 @@ TEST_CASE("a copy of header fields is a list of its own") {
     CHECK(copy.value("a") == "1");
     CHECK(copy.value("b") == "3");
 }
+
+TEST_CASE("a name that HTTP can carry has letters, digits and marks alone, each to the end of its row") {
+    for (const char* name : {"a", "z", "A", "Z", "0", "9", "X-Azaz09!~"}) {
+        CHECK(isHTTPToken(name));
+    }
+    // What stands beside the letters and digits in the table of characters.
+    for (const char* name : {"", "{", "@", "[", "/", ":", "a b", "\xC3\xA9"}) {
+        CHECK_FALSE(isHTTPToken(name));
+    }
+}
