@@ -30,6 +30,12 @@ void Rounds::deliver(std::function<std::vector<Job>()> resumptions) {
     }
 }
 
+void Rounds::end() {
+    const auto due = std::exchange(due_, {});
+    const auto resumptions = std::exchange(resumptions_, {});
+    const auto atClose = std::exchange(atClose_, {});
+}
+
 void Rounds::open() {
     if (!std::exchange(isOpen_, true)) {
         post(&Rounds::close);

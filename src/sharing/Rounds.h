@@ -36,6 +36,10 @@ public:
     // join those who wait for it.
     void deliver(std::function<std::vector<Job>()> resumptions);
 
+    // Forgets everybody who was to be resumed, and with them their work, which holds this. For the end, after
+    // which nothing is asked for or delivered, and no job of the actor's runs.
+    void end();
+
     // What those who are resumed in this round read of the credentials, they read once.
     CredentialReads& reads() { return reads_; }
 

@@ -23,4 +23,8 @@ SharedPlatform::SharedPlatform(const Platform& host)
                 host.workspace,
                 host.processLauncher} {}
 
+SharedPlatform::~SharedPlatform() {
+    rounds_->end();
+}
+
 } // namespace cadora

@@ -20,6 +20,7 @@ public:
     explicit SharedPlatform(const Platform& host);
     SharedPlatform(const SharedPlatform&) = delete;
     SharedPlatform& operator=(const SharedPlatform&) = delete;
+    ~SharedPlatform();
 
     const Platform& platform() const { return platform_; }
 
